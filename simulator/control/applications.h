@@ -1,0 +1,92 @@
+#pragma once
+
+#include <CoreGraphics/CGGeometry.h>
+
+#include <sys/types.h>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Applications, their windows and what stands in them. Any thread. An application that is not there
+// (open_window and the like) ends the program; a window that is gone already is let be.
+namespace simulator {
+
+// What stands on the screen has a number, which is never given twice. 0 is nothing's.
+using element_id_t = std::uint64_t;
+
+// Starts an application with the short process name that the kernel keeps for it (proc_name): the
+// first 31 bytes of what is given.
+pid_t launch_application(const std::string& process_name);
+// Ends it with its windows and whatever else it shows.
+void quit_application(pid_t application);
+std::optional<std::string> application_name(pid_t application);
+// The one started first of those with that name.
+std::optional<pid_t> application_named(const std::string& process_name);
+
+struct window_options_t {
+    bool has_minimize_button = true;
+    bool has_zoom_button = true;
+    bool has_close_button = true;
+    bool presses_refused = false;  // of its buttons
+    bool minimized_settable = true;
+    bool has_full_screen = true;  // the attribute, as windows that can be made full screen have it
+    bool full_screen_settable = true;
+    bool sets_refused = false;              // although the attribute is settable
+    bool control_knows_window = true;       // its control has "AXWindow"
+    std::size_t groups_around_control = 0;  // elements between the window and its control
+};
+
+// Opens a window in front of all others. It has the three title bar buttons, can be minimised and
+// made full screen, and holds one control that fills it, whose "AXWindow" names the window; the
+// options say otherwise.
+element_id_t open_window(pid_t application, const std::string& title, CGRect frame,
+                         const window_options_t& options = {});
+void close_window(element_id_t window);
+// Also restores it when it is minimised.
+void bring_to_front(element_id_t window);
+
+// Elements without a window: behind all windows, and in front of them.
+element_id_t show_background(pid_t application, CGRect frame);
+element_id_t show_menu_bar(pid_t application, CGRect frame);
+
+// The parts of an open window; 0 for one that it lacks or that is gone.
+enum class window_part_e { control, minimize_button, zoom_button, close_button };
+element_id_t part_of(element_id_t window, window_part_e part);
+
+// Takes an element away without its window; a window goes as with close_window.
+void vanish(element_id_t element);
+
+// Lets something happen right before the named Accessibility function next asks an application, as
+// when a window closes between two calls of a program. On that call's thread, with no lock held.
+void before_next_call(std::string_view function, std::function<void()> happens);
+
+// The application whose menu bar, window or background is frontmost at a place, if there is one.
+// Minimised windows do not count.
+std::optional<pid_t> application_at(CGPoint place);
+
+struct window_state_t {
+    pid_t application = 0;
+    std::string title;
+    CGRect frame{};
+    bool minimized = false;
+    bool zoomed = false;
+    bool full_screen = false;
+};
+// Nothing when it has been closed.
+std::optional<window_state_t> window_state(element_id_t window);
+
+// What programs asked of windows, in order: "pressed AXCloseButton" or "set AXMinimized to true".
+struct window_request_t {
+    element_id_t window = 0;
+    std::string application;  // its process name
+    std::string title;
+    std::string request;
+    bool refused = false;
+};
+std::vector<window_request_t> window_requests();
+
+}  // namespace simulator

@@ -1,0 +1,5 @@
+#pragma once
+
+#include <CoreFoundation/CFString.h>
+
+#define kAXWindowRole CFSTR("AXWindow")

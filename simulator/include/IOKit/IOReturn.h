@@ -1,0 +1,12 @@
+#pragma once
+
+using kern_return_t = int;
+using IOReturn = kern_return_t;
+
+#define KERN_SUCCESS 0
+
+#define kIOReturnSuccess 0
+#define kIOReturnNoResources static_cast<IOReturn>(0xe00002be)
+#define kIOReturnUnsupported static_cast<IOReturn>(0xe00002c7)
+#define kIOReturnNotOpen static_cast<IOReturn>(0xe00002cd)
+#define kIOReturnNotPermitted static_cast<IOReturn>(0xe00002e2)

@@ -1,0 +1,61 @@
+#pragma once
+
+// Kernel event queues for hosts without them: the names, types and numbers that macOS has, for the
+// watch over a directory.
+
+#include <cstdint>
+#include <ctime>
+
+struct kevent {
+    std::uintptr_t ident;  // what is watched: a file descriptor
+    std::int16_t filter;
+    std::uint16_t flags;
+    std::uint32_t fflags;  // of the filter: what is asked for, or what has happened
+    std::intptr_t data;
+    void* udata;  // comes back with the event
+};
+
+#define EVFILT_VNODE (-4)
+
+#define EV_ADD 0x0001
+#define EV_DELETE 0x0002
+#define EV_ENABLE 0x0004
+#define EV_DISABLE 0x0008
+#define EV_ONESHOT 0x0010
+#define EV_CLEAR 0x0020
+#define EV_ERROR 0x4000
+#define EV_EOF 0x8000
+
+#define NOTE_DELETE 0x00000001U
+#define NOTE_RENAME 0x00000020U
+#define NOTE_REVOKE 0x00000040U
+
+#define EV_SET(event, ident_, filter_, flags_, fflags_, data_, udata_) \
+    do {                                                               \
+        struct kevent* event_to_set = (event);                         \
+        event_to_set->ident = (ident_);                                \
+        event_to_set->filter = (filter_);                              \
+        event_to_set->flags = (flags_);                                \
+        event_to_set->fflags = (fflags_);                              \
+        event_to_set->data = (data_);                                  \
+        event_to_set->udata = (udata_);                                \
+    } while (0)
+
+// The function has the name of the structure, as on the platform.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
+
+extern "C" {
+
+// A new queue, closed with close(), or -1 and errno. A close from another thread ends a wait at
+// once with EBADF.
+int kqueue();
+
+// Registers `change_count` changes, then waits for at most `event_count` events. Returns how many
+// events it stored, or -1 and errno. A null `timeout` waits without end.
+int kevent(int queue, const struct kevent* changes, int change_count, struct kevent* events,
+           int event_count, const struct timespec* timeout);
+
+}  // extern "C"
+
+#pragma GCC diagnostic pop

@@ -1,0 +1,143 @@
+#include "player/effects.h"
+
+#include <array>
+#include <cstdio>
+#include <sstream>
+#include <utility>
+
+#include "control/applications.h"
+#include "control/displays.h"
+#include "control/input.h"
+#include "control/launches.h"
+#include "control/sound.h"
+#include "player/session.h"
+
+namespace simulator::player {
+namespace {
+
+std::string change_text(const char* what, float before, float after) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%s %.2f -> %.2f", what, static_cast<double>(before),
+                  static_cast<double>(after));
+    return text.data();
+}
+
+// What a request means to the one who looks at the window.
+std::string window_text(const std::string& request) {
+    constexpr std::array<std::pair<const char*, const char*>, 5> meanings = {
+        {{"set AXMinimized to true", "minimised"},
+         {"pressed AXMinimizeButton", "minimised by its button"},
+         {"pressed AXZoomButton", "zoomed by its button"},
+         {"set AXFullScreen to true", "made full screen"},
+         {"pressed AXCloseButton", "closed by its button"}}};
+    for (const auto& [known, meaning] : meanings) {
+        if (request == known) {
+            return meaning;
+        }
+    }
+    return request;
+}
+
+std::string scroll_text(const event_record_t& event) {
+    const std::int64_t vertical = event.scroll.line_axis_1;
+    const std::int64_t horizontal = event.scroll.line_axis_2;
+    return "wheel turned by the daemon: vertical " + std::to_string(vertical) + ", horizontal " +
+           std::to_string(horizontal);
+}
+
+std::string pointer_text(const event_record_t& event) {
+    if (event.type == kCGEventScrollWheel) {
+        return scroll_text(event);
+    }
+    const bool down = event.type == kCGEventLeftMouseDown;
+    return std::string("left button ") + (down ? "down" : "up") + " by the daemon, click " +
+           std::to_string(event.click_state);
+}
+
+}  // namespace
+
+effects_t::effects_t(std::filesystem::path commands) : _commands(std::move(commands)) {}
+
+void effects_t::plug_in() {
+    output_device_t speaker;
+    speaker.name = "Loudspeaker";
+    _volume = speaker.volume.value_or(0);
+    connect_output(speaker);
+    const display_t screen = usual_display("Screen", 0x0610, 0xA032);
+    _brightness = screen.service ? screen.service->brightness.value_or(0) : 0;
+    connect_display(screen);
+}
+
+std::vector<std::string> effects_t::take() {
+    std::vector<std::string> texts;
+    _take_windows(texts);
+    _take_sound(texts);
+    _take_brightness(texts);
+    _take_pointer(texts);
+    _take_launches(texts);
+    _take_commands(texts);
+    return texts;
+}
+
+void effects_t::_take_windows(std::vector<std::string>& texts) {
+    const std::vector<window_request_t> all = window_requests();
+    for (; _windows_seen < all.size(); ++_windows_seen) {
+        const window_request_t& request = all[_windows_seen];
+        texts.push_back("window \"" + request.title + "\" of " + request.application + " " +
+                        (request.refused ? "refuses: " : "") + window_text(request.request));
+    }
+}
+
+void effects_t::_take_sound(std::vector<std::string>& texts) {
+    const std::vector<sound_write_t> all = sound_writes();
+    for (; _sound_seen < all.size(); ++_sound_seen) {
+        const sound_write_t& write = all[_sound_seen];
+        if (write.property == sound_property_e::volume) {
+            const auto value = static_cast<float>(write.value);
+            texts.push_back(change_text("volume", _volume, value));
+            _volume = value;
+        } else {
+            texts.push_back(write.value != 0 ? "sound muted" : "sound on again");
+        }
+    }
+}
+
+void effects_t::_take_brightness(std::vector<std::string>& texts) {
+    const std::vector<brightness_write_t> all = brightness_writes();
+    for (; _brightness_seen < all.size(); ++_brightness_seen) {
+        texts.push_back(change_text("brightness", _brightness, all[_brightness_seen].value));
+        _brightness = all[_brightness_seen].value;
+    }
+}
+
+void effects_t::_take_pointer(std::vector<std::string>& texts) {
+    const std::vector<event_record_t> all = events();
+    for (; _events_seen < all.size(); ++_events_seen) {
+        const event_record_t& event = all[_events_seen];
+        const bool key = event.type == kCGEventKeyDown || event.type == kCGEventKeyUp;
+        if (event.origin == event_origin_e::posted && !key) {
+            texts.push_back(pointer_text(event));
+        }
+    }
+}
+
+void effects_t::_take_launches(std::vector<std::string>& texts) {
+    const std::vector<std::string> all = launches();
+    for (; _launches_seen < all.size(); ++_launches_seen) {
+        texts.push_back("program " + all[_launches_seen] + " started");
+    }
+}
+
+void effects_t::_take_commands(std::vector<std::string>& texts) {
+    const std::string all = file_text(_commands);
+    while (true) {
+        const std::size_t end = all.find('\n', _commands_seen);
+        if (end == std::string::npos) {
+            return;  // a line that is still being written is taken when it is whole
+        }
+        texts.push_back("command " + all.substr(_commands_seen, end - _commands_seen));
+        _commands_seen = end + 1;
+    }
+}
+
+}  // namespace simulator::player

@@ -1,0 +1,410 @@
+#include "player/player.h"
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <thread>
+#include <unistd.h>
+
+#include "control/desktop.h"
+#include "player/key_names.h"
+#include "player/session.h"
+
+namespace simulator::player {
+namespace {
+
+constexpr auto patience = std::chrono::seconds(10);
+constexpr auto glance = std::chrono::milliseconds(5);
+
+template <typename... visitors_t>
+struct overloaded_t : visitors_t... {
+    using visitors_t::operator()...;
+};
+template <typename... visitors_t>
+overloaded_t(visitors_t...) -> overloaded_t<visitors_t...>;
+
+// Waits for something that nobody announces (a line in a file, a write by the daemon).
+bool wait_until(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(glance);
+    }
+    return true;
+}
+
+std::string list_text(const std::vector<std::string>& items) {
+    std::string text;
+    for (const std::string& item : items) {
+        text += (text.empty() ? "" : ", ") + item;
+    }
+    return text.empty() ? "nothing" : text;
+}
+
+std::string button_text(std::int64_t button) {
+    switch (button) {
+        case 0: return "left button";
+        case 1: return "right button";
+        case 2: return "middle button";
+        case 3: return "side button 1";
+        case 4: return "side button 2";
+        default: return "button " + std::to_string(button + 1);
+    }
+}
+
+std::string phase_text(phase_e phase) {
+    switch (phase) {
+        case phase_e::down: return "presses ";
+        case phase_e::up: return "releases ";
+        case phase_e::both: return "clicks ";
+    }
+    return "";
+}
+
+bool is_key(const event_record_t& event) {
+    return event.type == kCGEventKeyDown || event.type == kCGEventKeyUp;
+}
+
+std::string event_text(const event_record_t& event) {
+    if (is_key(event)) {
+        return "key " +
+               key_event_text(event.key_code, event.type == kCGEventKeyDown, event.flags);
+    }
+    switch (event.type) {
+        case kCGEventScrollWheel:
+            return event.scroll.continuous ? "trackpad scroll" : "wheel step";
+        case kCGEventLeftMouseDown:
+        case kCGEventRightMouseDown:
+        case kCGEventOtherMouseDown:
+            return button_text(event.button) + " down";
+        case kCGEventLeftMouseUp:
+        case kCGEventRightMouseUp:
+        case kCGEventOtherMouseUp:
+            return button_text(event.button) + " up";
+        default:
+            return button_text(event.button) + " dragged";
+    }
+}
+
+std::string outcome_text(const event_record_t& event) {
+    switch (event.outcome) {
+        case event_outcome_e::under_way:
+            return "is still under way";
+        case event_outcome_e::swallowed:
+            return "is taken by the daemon, no application sees it";
+        case event_outcome_e::delivered:
+            return "goes to " + application_name(event.delivered_to).value_or("nobody");
+    }
+    return "";
+}
+
+const char* permission_text(permission_e permission) {
+    return permission == permission_e::accessibility ? "Accessibility" : "Input Monitoring";
+}
+
+}  // namespace
+
+void tell(const std::string& who, const std::string& what) {
+    std::printf("%-8s %s\n", who.c_str(), what.c_str());
+    std::fflush(stdout);
+}
+
+player_t::player_t(scenario_t scenario, std::size_t run, std::filesystem::path home,
+                   std::filesystem::path root, std::filesystem::path report,
+                   std::filesystem::path commands)
+    : _scenario(std::move(scenario)),
+      _run(_scenario.runs.at(run)),
+      _home(std::move(home)),
+      _root(std::move(root)),
+      _report_file(std::move(report)),
+      _effects_source(std::move(commands)) {}
+
+void player_t::prepare() {
+    for (const auto& [permission, is_granted] : _run.permissions) {
+        if (is_granted) {
+            grant(permission);
+        } else {
+            revoke(permission);
+        }
+        tell("desktop", std::string(permission_text(permission)) +
+                            (is_granted ? " is granted" : " is not granted"));
+    }
+    for (const auto& [name, application] : _scenario.applications) {
+        const pid_t pid = launch_application(application.process_name);
+        open_window(pid, application.window_title, application.frame);
+    }
+    for (const auto& [name, device] : _scenario.devices) {
+        _devices[name] = connect(device);
+    }
+    _effects_source.plug_in();
+}
+
+void player_t::play() {
+    if (!wait_for_run_loop(std::chrono::hours(1))) {
+        return;
+    }
+    tell("daemon", "is running and listens");
+    for (const step_t& step : _run.steps) {
+        _play_step(step);
+    }
+    const auto ends_the_run = [](const step_t& step) {
+        return std::holds_alternative<stop_t>(step.deed) ||
+               std::holds_alternative<exit_t>(step.deed);
+    };
+    _look();
+    if (!_keys.empty()) {
+        _unmet("after the last step", "keys that no step expects: " + list_text(_keys));
+    }
+    if (!_effects.empty()) {
+        _unmet("after the last step", "effects that no step expects: " + list_text(_effects));
+    }
+    _report(report_played);
+    if (_run.steps.empty() || !ends_the_run(_run.steps.back())) {
+        tell("hand", "asks the daemon to end (SIGTERM)");
+        kill(getpid(), SIGTERM);
+    } else if (const auto* const stop = std::get_if<stop_t>(&_run.steps.back().deed)) {
+        kill(getpid(), stop->signal);
+    }
+}
+
+void player_t::_play_step(const step_t& step) {
+    std::this_thread::sleep_for(step.after);
+    if (!step.over.empty() && !std::holds_alternative<move_t>(step.deed)) {
+        step_t there = step;
+        there.deed = move_t{};
+        _do(there);
+    }
+    const std::size_t first_event = events().size();
+    _do(step);
+    if (!settle(run_loop_e::leave)) {
+        _unmet(step.where, "the desktop does not come to rest");
+    }
+    _check(step, first_event);
+}
+
+void player_t::_do(const step_t& step) {
+    const device_id_t device = step.device.empty() ? 0 : _devices.at(step.device);
+    const std::string with = step.device.empty() ? "" : " of " + _device_name(step);
+    std::visit(
+        overloaded_t{
+            [&](const move_t&) {
+                if (step.over.empty()) {
+                    tell("hand", "moves " + _device_name(step));
+                    move(device, 1, 0);
+                    return;
+                }
+                tell("hand", "moves " + _device_name(step) + " over " + step.over);
+                const CGRect frame = _scenario.applications.at(step.over).frame;
+                move_to(device, {frame.origin.x + frame.size.width / 2,
+                                 frame.origin.y + frame.size.height / 2});
+            },
+            [&](const button_t& button) {
+                tell("hand", phase_text(button.phase) + button_text(button.button) + with);
+                if (button.phase != phase_e::up) {
+                    press(device, button.button);
+                }
+                if (button.phase != phase_e::down) {
+                    release(device, button.button);
+                }
+            },
+            [&](const wheel_t& wheel) {
+                tell("hand", "turns the wheel" + with + ": vertical " +
+                                 std::to_string(wheel.vertical) + ", horizontal " +
+                                 std::to_string(wheel.horizontal));
+                scroll(device, wheel.vertical, wheel.horizontal);
+            },
+            [&](const trackpad_t& trackpad) {
+                tell("hand", "scrolls on the trackpad" + with);
+                scroll(device, trackpad.fields);
+            },
+            [&](const key_t& key) {
+                tell("hand", phase_text(key.phase) + "key " + key_name(key.code) + with);
+                if (key.phase != phase_e::up) {
+                    press_key(device, key.code);
+                }
+                if (key.phase != phase_e::down) {
+                    release_key(device, key.code);
+                }
+            },
+            [&](const connection_t& connection) {
+                if (connection.connected) {
+                    tell("hand", "plugs " + _device_name(step) + " in");
+                    _devices[step.device] = connect(_scenario.devices.at(step.device));
+                } else {
+                    tell("hand", "unplugs " + _device_name(step));
+                    disconnect(device);
+                }
+            },
+            [&](const settings_t& settings) {
+                tell("front", "writes new settings");
+                replace_file(settings_file(_home), settings.text);
+            },
+            [&](const permission_change_t& change) {
+                tell("user", std::string(change.granted ? "grants " : "revokes ") +
+                                 permission_text(change.permission));
+                if (change.granted) {
+                    grant(change.permission);
+                } else {
+                    revoke(change.permission);
+                }
+            },
+            [&](const removal_t& removal) {
+                const std::filesystem::path bundle = front_application(_root);
+                if (removal.how == removal_e::deleted) {
+                    tell("user", "deletes the front application");
+                    std::filesystem::remove_all(bundle);
+                } else {
+                    tell("user", "renames the front application");
+                    std::filesystem::rename(bundle, bundle.string() + ".old");
+                }
+            },
+            [&](const hold_t&) {
+                tell("desktop", "lets the daemon's next answer come too late");
+                hold_next_tap_callback();
+            },
+            [&](const look_t&) {},
+            [&](const stop_t& stop) {
+                tell("hand", "asks the daemon to end (" + std::string(strsignal(stop.signal)) + ")");
+            },
+            [&](const exit_t&) { tell("hand", "waits for the daemon to end by itself"); },
+        },
+        step.deed);
+}
+
+void player_t::_look() {
+    const std::vector<event_record_t> all = events();
+    for (; _events_seen < all.size(); ++_events_seen) {
+        const event_record_t& event = all[_events_seen];
+        if (event.origin == event_origin_e::hardware) {
+            tell("desktop", event_text(event) + " " + outcome_text(event));
+        } else if (is_key(event)) {
+            _keys.push_back(
+                key_event_text(event.key_code, event.type == kCGEventKeyDown, event.flags));
+            tell("daemon", "sends key " + _keys.back());
+        }
+    }
+    for (std::string& effect : _effects_source.take()) {
+        tell("daemon", effect);
+        _effects.push_back(std::move(effect));
+    }
+}
+
+void player_t::_check(const step_t& step, std::size_t first_event) {
+    _look();
+    _check_events(step, first_event);
+    if (step.expect.keys) {
+        wait_until([&] {
+            _look();
+            return _keys.size() >= step.expect.keys->size();
+        });
+        if (_keys != *step.expect.keys) {
+            _unmet(step.where, "the daemon sends " + list_text(_keys) + "; expected " +
+                                   list_text(*step.expect.keys));
+        }
+        _keys.clear();
+    }
+    if (step.expect.effects) {
+        wait_until([&] {
+            _look();
+            return _effects.size() >= step.expect.effects->size();
+        });
+        if (_effects != *step.expect.effects) {
+            _unmet(step.where, "seen on the desktop: " + list_text(_effects) + "; expected " +
+                                   list_text(*step.expect.effects));
+        }
+        _effects.clear();
+    }
+    _check_active_model(step);
+    _check_log(step);
+}
+
+void player_t::_check_events(const step_t& step, std::size_t first_event) {
+    if (!step.expect.event) {
+        return;
+    }
+    const std::vector<event_record_t> all = events();
+    std::size_t caused = 0;
+    for (std::size_t index = first_event; index < all.size(); ++index) {
+        if (all[index].origin != event_origin_e::hardware) {
+            continue;
+        }
+        ++caused;
+        if (all[index].outcome != *step.expect.event) {
+            _unmet(step.where, event_text(all[index]) + " " + outcome_text(all[index]) +
+                                   "; expected it to be " +
+                                   (*step.expect.event == event_outcome_e::swallowed
+                                        ? "taken by the daemon"
+                                        : "delivered"));
+        }
+    }
+    if (caused == 0) {
+        _unmet(step.where, "\"event\" is expected, but the step causes none");
+    }
+}
+
+void player_t::_check_active_model(const step_t& step) {
+    if (!step.expect.active_model) {
+        return;
+    }
+    // The daemon says so in its log alone.
+    const std::string text = "Active device changed to ";
+    std::string model = "-1";
+    const bool met = wait_until([&] {
+        const std::string log = file_text(log_file(_home));
+        const std::size_t last = log.rfind(text);
+        if (last != std::string::npos) {
+            const std::size_t begin = last + text.size();
+            model = log.substr(begin, log.find(' ', begin) - begin);
+        }
+        return model == *step.expect.active_model;
+    });
+    if (met) {
+        tell("daemon", "takes model " + model + " for the active mouse");
+    } else {
+        _unmet(step.where, "the active model is " + model + "; expected " +
+                               *step.expect.active_model);
+    }
+}
+
+void player_t::_check_log(const step_t& step) {
+    if (step.expect.log.empty()) {
+        return;
+    }
+    for (const std::string& text : step.expect.log) {
+        std::size_t found = std::string::npos;
+        std::string log;
+        wait_until([&] {
+            log = file_text(log_file(_home));
+            found = log.find(text, std::min(_log_read, log.size()));
+            return found != std::string::npos;
+        });
+        if (found == std::string::npos) {
+            _unmet(step.where, "the log does not say \"" + text + "\"");
+        } else {
+            tell("daemon", "logs \"" + text + "\"");
+            _log_read = found + text.size();
+        }
+    }
+}
+
+void player_t::_unmet(const std::string& where, const std::string& what) {
+    tell("UNMET", where + ": " + what);
+    _report(report_unmet + where + ": " + what);
+}
+
+void player_t::_report(const std::string& line) {
+    std::ofstream(_report_file, std::ios::app) << line << "\n";
+}
+
+std::string player_t::_device_name(const step_t& step) const {
+    return _scenario.devices.at(step.device).name;
+}
+
+}  // namespace simulator::player

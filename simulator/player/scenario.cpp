@@ -1,0 +1,443 @@
+#include "player/scenario.h"
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+
+#include "macos/device_mappings.h"
+#include "player/key_names.h"
+
+namespace simulator::player {
+namespace {
+
+using json_t = nlohmann::json;
+
+// One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.
+class object_reader_t {
+ public:
+    object_reader_t(const json_t& json, std::string where) : _json(json), _where(std::move(where)) {
+        if (!_json.is_object()) {
+            fail("must be an object");
+        }
+    }
+
+    [[noreturn]] void fail(const std::string& what) const {
+        throw std::runtime_error(_where + ": " + what);
+    }
+
+    const std::string& where() const { return _where; }
+
+    const json_t* find(const std::string& key) {
+        _known.insert(key);
+        const auto found = _json.find(key);
+        return found == _json.end() ? nullptr : &*found;
+    }
+
+    const json_t& need(const std::string& key) {
+        const json_t* const value = find(key);
+        if (value == nullptr) {
+            fail("\"" + key + "\" is missing");
+        }
+        return *value;
+    }
+
+    std::string text(const std::string& key) { return text_of(key, need(key)); }
+    std::string text(const std::string& key, const std::string& otherwise) {
+        const json_t* const value = find(key);
+        return value == nullptr ? otherwise : text_of(key, *value);
+    }
+
+    bool boolean(const std::string& key, bool otherwise) {
+        const json_t* const value = find(key);
+        if (value == nullptr) {
+            return otherwise;
+        }
+        if (!value->is_boolean()) {
+            fail("\"" + key + "\" must be true or false");
+        }
+        return value->get<bool>();
+    }
+
+    std::int64_t integer(const std::string& key, std::int64_t least, std::int64_t most) {
+        return integer_of(key, need(key), least, most);
+    }
+    std::int64_t integer(const std::string& key, std::int64_t least, std::int64_t most,
+                         std::int64_t otherwise) {
+        const json_t* const value = find(key);
+        return value == nullptr ? otherwise : integer_of(key, *value, least, most);
+    }
+
+    std::vector<std::string> texts(const std::string& key) {
+        std::vector<std::string> all;
+        const json_t* const value = find(key);
+        if (value == nullptr) {
+            return all;
+        }
+        if (!value->is_array()) {
+            fail("\"" + key + "\" must be a list of texts");
+        }
+        for (const json_t& item : *value) {
+            all.push_back(text_of(key, item));
+        }
+        return all;
+    }
+
+    template <typename value_t>
+    value_t one_of(const std::string& key, const std::string& given,
+                   const std::map<std::string, value_t>& values) const {
+        const auto found = values.find(given);
+        if (found == values.end()) {
+            std::string known;
+            for (const auto& [name, value] : values) {
+                known += (known.empty() ? "" : ", ") + name;
+            }
+            fail("\"" + key + "\" is \"" + given + "\"; known are: " + known);
+        }
+        return found->second;
+    }
+
+    // Call when everything has been asked for.
+    void finish() const {
+        for (const auto& [key, value] : _json.items()) {
+            if (_known.count(key) == 0) {
+                fail("\"" + key + "\" is not a known key here");
+            }
+        }
+    }
+
+ private:
+    std::string text_of(const std::string& key, const json_t& value) const {
+        if (!value.is_string()) {
+            fail("\"" + key + "\" must be a text");
+        }
+        return value.get<std::string>();
+    }
+
+    std::int64_t integer_of(const std::string& key, const json_t& value, std::int64_t least,
+                            std::int64_t most) const {
+        const bool fits = value.is_number_integer() &&
+                          !(value.is_number_unsigned() &&
+                            value.get<std::uint64_t>() >
+                                static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+        if (!fits || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most) {
+            fail("\"" + key + "\" must be a whole number from " + std::to_string(least) + " to " +
+                 std::to_string(most));
+        }
+        return value.get<std::int64_t>();
+    }
+
+    const json_t& _json;
+    std::string _where;
+    std::set<std::string> _known;
+};
+
+// A settings file is given as the object that it holds, or as its text where it is to be broken.
+std::string settings_text(const json_t& value) {
+    return value.is_string() ? value.get<std::string>() : value.dump(4);
+}
+
+device_description_t read_device(const json_t& json, const std::string& where) {
+    object_reader_t reader(json, where);
+    device_description_t device;
+    device.name = reader.text("name", "");
+    if (const json_t* const product = reader.find("product"); product != nullptr) {
+        const auto row = std::find_if(
+            device_mappings.begin(), device_mappings.end(),
+            [&](const auto& known) { return *product == std::string(known.product_name); });
+        if (row == device_mappings.end()) {
+            reader.fail("\"product\" is not a product of the program's table");
+        }
+        device.vendor_id = row->vendor_id;
+        device.product_id = row->product_id;
+        device.has_keyboard = true;
+        if (device.name.empty()) {
+            device.name = std::string(row->model_name);
+        }
+    } else {
+        constexpr std::int64_t most = 0xFFFF;
+        device.vendor_id = static_cast<std::uint32_t>(reader.integer("vendor_id", 0, most));
+        device.product_id = static_cast<std::uint32_t>(reader.integer("product_id", 0, most));
+    }
+    device.has_pointer = reader.boolean("pointer", true);
+    device.has_keyboard = reader.boolean("keyboard", device.has_keyboard);
+    reader.finish();
+    return device;
+}
+
+application_t read_application(const json_t& json, const std::string& name,
+                               const std::string& where) {
+    object_reader_t reader(json, where);
+    application_t application;
+    application.process_name = reader.text("process", name);
+    application.window_title = reader.text("window", name);
+    const json_t& frame = reader.need("frame");
+    if (!frame.is_array() || frame.size() != 4 ||
+        !std::all_of(frame.begin(), frame.end(), [](const json_t& n) { return n.is_number(); })) {
+        reader.fail("\"frame\" must be [x, y, width, height]");
+    }
+    application.frame = {{frame[0].get<double>(), frame[1].get<double>()},
+                         {frame[2].get<double>(), frame[3].get<double>()}};
+    reader.finish();
+    return application;
+}
+
+const std::map<std::string, permission_e> permission_names = {
+    {"accessibility", permission_e::accessibility},
+    {"input_monitoring", permission_e::input_monitoring}};
+
+const std::map<std::string, std::uint32_t> button_names = {
+    {"left", 0},   {"right", 1},  {"middle", 2}, {"side 1", 3},
+    {"side 2", 4}, {"button 6", 5}, {"button 7", 6}};
+
+phase_e phase_of(const std::string& verb) {
+    return verb.find("press") == 0 ? phase_e::down : verb.find("release") == 0 ? phase_e::up
+                                                                                : phase_e::both;
+}
+
+deed_t read_trackpad(object_reader_t& reader) {
+    constexpr std::int64_t most = 10000;
+    trackpad_t trackpad;
+    scroll_fields_t& fields = trackpad.fields;
+    fields.point_axis_1 = reader.integer("vertical", -most, most, 0);
+    fields.point_axis_2 = reader.integer("horizontal", -most, most, 0);
+    fields.continuous = reader.boolean("continuous", true);
+    fields.phase = reader.integer("phase", 0, 255, 0);
+    fields.momentum_phase = reader.integer("momentum", 0, 3, 0);
+    return trackpad;
+}
+
+deed_t read_key(object_reader_t& reader, const std::string& verb) {
+    const std::string name = reader.text("key");
+    const auto code = key_code(name);
+    if (!code) {
+        reader.fail("\"key\" is \"" + name + "\", which is no key");
+    }
+    return key_t{*code, phase_of(verb)};
+}
+
+using deed_reader_t = std::function<deed_t(object_reader_t&, const std::string& verb)>;
+
+deed_t read_button(object_reader_t& reader, const std::string& verb) {
+    return button_t{reader.one_of("button", reader.text("button"), button_names), phase_of(verb)};
+}
+
+deed_t read_permission(object_reader_t& reader, const std::string& verb) {
+    return permission_change_t{
+        reader.one_of("permission", reader.text("permission"), permission_names), verb == "grant"};
+}
+
+struct verb_t {
+    bool needs_device;
+    deed_reader_t read;
+};
+
+const std::map<std::string, verb_t>& verbs() {
+    constexpr std::int64_t most_steps = 1000;
+    static const std::map<std::string, verb_t> all = {
+        {"move", {true, [](object_reader_t&, const std::string&) -> deed_t { return move_t{}; }}},
+        {"press", {true, read_button}},
+        {"release", {true, read_button}},
+        {"click", {true, read_button}},
+        {"wheel",
+         {true,
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              wheel_t wheel;
+              wheel.vertical = static_cast<std::int32_t>(
+                  reader.integer("vertical", -most_steps, most_steps, 0));
+              wheel.horizontal = static_cast<std::int32_t>(
+                  reader.integer("horizontal", -most_steps, most_steps, 0));
+              return wheel;
+          }}},
+        {"trackpad", {true, [](object_reader_t& reader, const std::string&) -> deed_t { return read_trackpad(reader); }}},
+        {"press key", {true, read_key}},
+        {"release key", {true, read_key}},
+        {"tap key", {true, read_key}},
+        {"connect", {true, [](object_reader_t&, const std::string&) -> deed_t { return connection_t{true}; }}},
+        {"disconnect", {true, [](object_reader_t&, const std::string&) -> deed_t { return connection_t{false}; }}},
+        {"write settings",
+         {false,
+          [](object_reader_t& reader, const std::string&) -> deed_t { return settings_t{settings_text(reader.need("settings"))}; }}},
+        {"grant", {false, read_permission}},
+        {"revoke", {false, read_permission}},
+        {"delete front application",
+         {false, [](object_reader_t&, const std::string&) -> deed_t { return removal_t{removal_e::deleted}; }}},
+        {"rename front application",
+         {false, [](object_reader_t&, const std::string&) -> deed_t { return removal_t{removal_e::renamed}; }}},
+        {"hold daemon", {false, [](object_reader_t&, const std::string&) -> deed_t { return hold_t{}; }}},
+        {"look", {false, [](object_reader_t&, const std::string&) -> deed_t { return look_t{}; }}},
+        {"wait for exit", {false, [](object_reader_t&, const std::string&) -> deed_t { return exit_t{}; }}},
+        {"stop",
+         {false,
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              return stop_t{reader.one_of<int>(
+                  "signal", reader.text("signal", "SIGTERM"),
+                  {{"SIGTERM", SIGTERM}, {"SIGINT", SIGINT}, {"SIGHUP", SIGHUP}})};
+          }}},
+    };
+    return all;
+}
+
+expectation_t read_expectation(const json_t& json, const std::string& where) {
+    object_reader_t reader(json, where + ", \"expect\"");
+    expectation_t expect;
+    if (reader.find("event") != nullptr) {
+        expect.event = reader.one_of<event_outcome_e>(
+            "event", reader.text("event"),
+            {{"delivered", event_outcome_e::delivered}, {"swallowed", event_outcome_e::swallowed}});
+    }
+    if (reader.find("keys") != nullptr) {
+        expect.keys = reader.texts("keys");
+    }
+    if (reader.find("effects") != nullptr) {
+        expect.effects = reader.texts("effects");
+    }
+    if (reader.find("active_model") != nullptr) {
+        expect.active_model = reader.one_of<std::string>(
+            "active_model", reader.text("active_model"),
+            {{"none", "-1"}, {"model_0", "0"}, {"valtor_pro", "1"}, {"corvane", "2"}});
+    }
+    expect.log = reader.texts("log");
+    reader.finish();
+    return expect;
+}
+
+step_t read_step(const json_t& json, const std::string& where, const scenario_t& scenario) {
+    object_reader_t reader(json, where);
+    step_t step;
+    step.where = where;
+    const std::string verb_name = reader.text("do");
+    const verb_t verb = reader.one_of("do", verb_name, verbs());
+    if (verb.needs_device) {
+        step.device = reader.text("device");
+        if (scenario.devices.count(step.device) == 0) {
+            reader.fail("\"device\" is \"" + step.device + "\", which the scenario does not have");
+        }
+        step.over = reader.text("over", "");
+        if (!step.over.empty() && scenario.applications.count(step.over) == 0) {
+            reader.fail("\"over\" is \"" + step.over + "\", which the scenario does not have");
+        }
+    }
+    step.after = std::chrono::milliseconds(reader.integer("after_ms", 0, 60000, 0));
+    step.deed = verb.read(reader, verb_name);
+    if (const json_t* const expect = reader.find("expect"); expect != nullptr) {
+        step.expect = read_expectation(*expect, where);
+    }
+    reader.finish();
+    return step;
+}
+
+// Reads the keys of a run from an object that may hold more (a scenario of one run is its own run).
+run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
+    run_t run;
+    run.permissions = {{permission_e::accessibility, true}, {permission_e::input_monitoring, true}};
+    if (const json_t* const permissions = reader.find("permissions"); permissions != nullptr) {
+        object_reader_t inner(*permissions, reader.where() + ", \"permissions\"");
+        for (const auto& [name, permission] : permission_names) {
+            run.permissions[permission] = inner.boolean(name, true);
+        }
+        inner.finish();
+    }
+    run.front_application = reader.boolean("front_application", true);
+    const json_t& steps = reader.need("steps");
+    if (!steps.is_array()) {
+        reader.fail("\"steps\" must be a list");
+    }
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        run.steps.push_back(read_step(
+            steps[index], reader.where() + ", step " + std::to_string(index + 1), scenario));
+    }
+    for (std::size_t index = 0; index + 1 < run.steps.size(); ++index) {
+        const deed_t& deed = run.steps[index].deed;
+        if (std::holds_alternative<stop_t>(deed) || std::holds_alternative<exit_t>(deed)) {
+            throw std::runtime_error(run.steps[index].where + ": \"do\" ends the run here, but " +
+                                     "steps follow");
+        }
+    }
+    if (const json_t* const expect = reader.find("expect"); expect != nullptr) {
+        object_reader_t inner(*expect, reader.where() + ", \"expect\"");
+        run.exit_code = static_cast<int>(inner.integer("exit_code", 0, 255, 1));
+        run.log = inner.texts("log");
+        if (inner.find("rights_file") != nullptr) {
+            run.rights_file = inner.text("rights_file");
+        }
+        if (inner.find("uninstall_trigger") != nullptr) {
+            run.uninstall_trigger = inner.one_of<std::string>(
+                "uninstall_trigger", inner.text("uninstall_trigger"),
+                {{"system", "system"}, {"user", "user"}, {"none", "none"}});
+        }
+        inner.finish();
+    }
+    return run;
+}
+
+void read_named(object_reader_t& reader, const std::string& key,
+                const std::function<void(const std::string&, const json_t&, std::string)>& read) {
+    const json_t* const all = reader.find(key);
+    if (all == nullptr) {
+        return;
+    }
+    const std::string where = reader.where() + ", \"" + key + "\"";
+    if (!all->is_object()) {
+        throw std::runtime_error(where + ": must be an object");
+    }
+    for (const auto& [name, value] : all->items()) {
+        read(name, value, where + ", \"" + name + "\"");
+    }
+}
+
+json_t parse(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        throw std::runtime_error(file.string() + ": cannot be opened");
+    }
+    try {
+        return json_t::parse(stream);
+    } catch (const std::exception& error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
+}
+
+}  // namespace
+
+scenario_t read_scenario(const std::filesystem::path& file) {
+    const json_t json = parse(file);
+    object_reader_t reader(json, file.string());
+    scenario_t scenario;
+    scenario.title = reader.text("title");
+    if (const json_t* const settings = reader.find("settings"); settings != nullptr) {
+        scenario.settings = settings_text(*settings);
+    }
+    scenario.system_support_folder = reader.boolean("system_support_folder", false);
+    read_named(reader, "devices", [&](const auto& name, const json_t& value, const auto& where) {
+        scenario.devices[name] = read_device(value, where);
+        if (scenario.devices[name].name.empty()) {
+            scenario.devices[name].name = name;
+        }
+    });
+    read_named(reader, "applications",
+               [&](const auto& name, const json_t& value, const auto& where) {
+                   scenario.applications[name] = read_application(value, name, where);
+               });
+    if (const json_t* const runs = reader.find("runs"); runs != nullptr) {
+        if (!runs->is_array() || runs->empty()) {
+            reader.fail("\"runs\" must be a list with at least one run");
+        }
+        for (std::size_t index = 0; index < runs->size(); ++index) {
+            object_reader_t inner((*runs)[index],
+                                  file.string() + ", run " + std::to_string(index + 1));
+            scenario.runs.push_back(read_run(inner, scenario));
+            inner.finish();
+        }
+    } else {
+        scenario.runs.push_back(read_run(reader, scenario));
+    }
+    reader.finish();
+    return scenario;
+}
+
+}  // namespace simulator::player

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "control/applications.h"
+#include "control/input.h"
+#include "control/permissions.h"
+
+// A scenario: what a hand does on a desktop, and what must come of it. examples/scenarios/README.md
+// describes the file for people.
+namespace simulator::player {
+
+struct application_t {
+    std::string process_name;
+    std::string window_title;
+    CGRect frame{};
+};
+
+// What must be true within the patience of the player once a step has been done.
+struct expectation_t {
+    std::optional<event_outcome_e> event;            // of every event that the step's hand caused
+    std::optional<std::vector<std::string>> keys;    // posted by the daemon since the step before
+    std::optional<std::vector<std::string>> effects; // on the desktop since the step before
+    std::optional<std::string> active_model;
+    std::vector<std::string> log;                    // texts that came since the step before
+};
+
+enum class phase_e { down, up, both };
+
+struct move_t {};
+struct button_t {
+    std::uint32_t button = 0;  // as Quartz counts them
+    phase_e phase = phase_e::both;
+};
+struct wheel_t {
+    std::int32_t vertical = 0;
+    std::int32_t horizontal = 0;
+};
+struct trackpad_t {
+    scroll_fields_t fields;
+};
+struct key_t {
+    std::uint16_t code = 0;  // a virtual key code
+    phase_e phase = phase_e::both;
+};
+struct connection_t {
+    bool connected = true;
+};
+struct settings_t {
+    std::string text;
+};
+struct permission_change_t {
+    permission_e permission = permission_e::accessibility;
+    bool granted = true;
+};
+enum class removal_e { deleted, renamed };
+struct removal_t {
+    removal_e how = removal_e::deleted;
+};
+struct hold_t {};  // the next answer of the daemon to an event comes too late
+struct look_t {};  // the hand does nothing; for a step that only expects
+struct stop_t {
+    int signal = 0;
+};
+struct exit_t {};  // the daemon ends by itself; nothing can follow
+
+using deed_t = std::variant<move_t, button_t, wheel_t, trackpad_t, key_t, connection_t, settings_t,
+                            permission_change_t, removal_t, hold_t, look_t, stop_t, exit_t>;
+
+struct step_t {
+    std::string where;   // for messages: "step 3"
+    std::string device;  // empty where the deed needs none
+    std::string over;    // the application to move to first; empty: stay
+    std::chrono::milliseconds after{0};
+    deed_t deed;
+    expectation_t expect;
+};
+
+// One life of the daemon's process, from its start to its exit code.
+struct run_t {
+    std::map<permission_e, bool> permissions;
+    bool front_application = true;  // the front application's bundle is on the disk at the start
+    std::vector<step_t> steps;
+    int exit_code = 1;
+    std::vector<std::string> log;  // texts that the log of this run must hold, in this order
+    std::optional<std::string> rights_file;       // its whole text after the run
+    std::optional<std::string> uninstall_trigger; // "system", "user" or "none"
+};
+
+struct scenario_t {
+    std::string title;
+    std::optional<std::string> settings;  // the text of the settings file at the start
+    std::map<std::string, device_description_t> devices;
+    std::map<std::string, application_t> applications;
+    bool system_support_folder = false;   // exists at the start
+    std::vector<run_t> runs;
+};
+
+// Reads and checks a whole scenario. Throws std::runtime_error with one line that names the file,
+// the step and the key for anything that it does not know.
+scenario_t read_scenario(const std::filesystem::path& file);
+
+}  // namespace simulator::player

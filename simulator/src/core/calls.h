@@ -1,0 +1,19 @@
+#pragma once
+
+#include "control/calls.h"
+
+namespace simulator {
+
+// Stands first in a function that after_next() knows, so that it goes last, after all locks.
+class call_t {
+  public:
+    explicit call_t(const char* function) : _function(function) {}
+    call_t(const call_t&) = delete;
+    call_t& operator=(const call_t&) = delete;
+    ~call_t();
+
+  private:
+    const char* _function;
+};
+
+}  // namespace simulator

@@ -1,0 +1,60 @@
+#include "core/permissions.h"
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace simulator {
+namespace {
+
+struct permissions_t {
+    std::mutex mutex;
+    bool accessibility = true;
+    bool input_monitoring = true;
+    std::vector<std::function<void(permission_e, bool)>> told;
+
+    bool& of(permission_e permission) {
+        return permission == permission_e::accessibility ? accessibility : input_monitoring;
+    }
+};
+
+permissions_t& permissions() {
+    static auto* const all = new permissions_t;  // outlives every static object of the program
+    return *all;
+}
+
+void set(permission_e permission, bool now) {
+    std::vector<std::function<void(permission_e, bool)>> told;
+    {
+        const std::lock_guard lock(permissions().mutex);
+        if (std::exchange(permissions().of(permission), now) == now) {
+            return;
+        }
+        told = permissions().told;
+    }
+    for (const auto& changed : told) {
+        changed(permission, now);
+    }
+}
+
+}  // namespace
+
+void grant(permission_e permission) {
+    set(permission, true);
+}
+
+void revoke(permission_e permission) {
+    set(permission, false);
+}
+
+bool granted(permission_e permission) {
+    const std::lock_guard lock(permissions().mutex);
+    return permissions().of(permission);
+}
+
+void on_permission_change(std::function<void(permission_e, bool granted)> changed) {
+    const std::lock_guard lock(permissions().mutex);
+    permissions().told.push_back(std::move(changed));
+}
+
+}  // namespace simulator

@@ -1,0 +1,202 @@
+#include "core_foundation/values.h"
+
+#include <CoreFoundation/CFDate.h>
+#include <CoreFoundation/CFNumber.h>
+#include <CoreFoundation/CFString.h>
+
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <mutex>
+
+#include "core/failure.h"
+
+namespace simulator {
+namespace {
+
+void expect_utf8(CFStringEncoding encoding, const char* function) {
+    if (encoding != kCFStringEncodingUTF8 && encoding != kCFStringEncodingASCII) {
+        not_modelled(function, "an encoding other than UTF-8 or ASCII");
+    }
+}
+
+// Whether the bytes are well-formed in the encoding: no stray, overlong or cut-off sequence, no
+// surrogate, nothing beyond U+10FFFF.
+bool well_formed(const std::string& text, CFStringEncoding encoding) {
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const auto first = static_cast<unsigned char>(text[at]);
+        std::size_t length = 0;
+        std::uint32_t point = 0;
+        std::uint32_t least = 0;
+        if (first < 0x80) {
+            ++at;
+            continue;
+        }
+        if (encoding == kCFStringEncodingASCII) {
+            return false;
+        }
+        if ((first & 0xE0U) == 0xC0U) {
+            length = 2, point = first & 0x1FU, least = 0x80;
+        } else if ((first & 0xF0U) == 0xE0U) {
+            length = 3, point = first & 0x0FU, least = 0x800;
+        } else if ((first & 0xF8U) == 0xF0U) {
+            length = 4, point = first & 0x07U, least = 0x10000;
+        } else {
+            return false;
+        }
+        if (at + length > text.size()) {
+            return false;
+        }
+        for (std::size_t next = at + 1; next < at + length; ++next) {
+            const auto byte = static_cast<unsigned char>(text[next]);
+            if ((byte & 0xC0U) != 0x80U) {
+                return false;
+            }
+            point = (point << 6U) | (byte & 0x3FU);
+        }
+        if (point < least || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
+}
+
+CFStringRef create_string(std::string text, CFStringEncoding encoding, const char* function) {
+    expect_utf8(encoding, function);
+    if (shall_fail(function) || !well_formed(text, encoding)) {
+        return nullptr;
+    }
+    return static_cast<CFStringRef>(publish(std::make_unique<string_t>(std::move(text)), function));
+}
+
+CFBooleanRef make_boolean(bool value) {
+    return static_cast<CFBooleanRef>(publish_constant(std::make_unique<boolean_t>(value)));
+}
+
+}  // namespace
+
+void expect_default_allocator(CFAllocatorRef allocator, const char* function) {
+    if (allocator != kCFAllocatorDefault) {
+        not_modelled(function, "an allocator other than the default");
+    }
+}
+
+}  // namespace simulator
+
+using simulator::object_of;
+
+extern "C" {
+
+const CFBooleanRef kCFBooleanTrue = simulator::make_boolean(true);
+const CFBooleanRef kCFBooleanFalse = simulator::make_boolean(false);
+
+CFTypeID CFStringGetTypeID() {
+    return static_cast<CFTypeID>(simulator::type_e::string);
+}
+
+CFStringRef __CFStringMakeConstantString(const char* text) {
+    static auto* const mutex = new std::mutex;
+    static auto* const strings = new std::map<std::string, CFStringRef>;
+    const std::lock_guard lock(*mutex);
+    CFStringRef& string = (*strings)[text];
+    if (string == nullptr) {
+        string = static_cast<CFStringRef>(
+            simulator::publish_constant(std::make_unique<simulator::string_t>(text)));
+    }
+    return string;
+}
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
+                                      CFStringEncoding encoding) {
+    simulator::expect_default_allocator(allocator, __func__);
+    if (text == nullptr) {
+        simulator::misuse(__func__, "the text is null");
+    }
+    return simulator::create_string(text, encoding, __func__);
+}
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
+                                    CFStringEncoding encoding, Boolean is_external) {
+    simulator::expect_default_allocator(allocator, __func__);
+    if (is_external != 0) {
+        simulator::not_modelled(__func__, "an external representation");
+    }
+    if (count < 0 || (bytes == nullptr && count > 0)) {
+        simulator::misuse(__func__, "there are no such bytes");
+    }
+    std::string text(static_cast<std::size_t>(count), '\0');
+    if (count > 0) {
+        std::memcpy(text.data(), bytes, static_cast<std::size_t>(count));
+    }
+    return simulator::create_string(std::move(text), encoding, __func__);
+}
+
+CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
+                                   CFStringCompareFlags options) {
+    if (options != 0) {
+        simulator::not_modelled(__func__, "options");
+    }
+    const int order = object_of<simulator::string_t>(first, __func__)
+                          .text.compare(object_of<simulator::string_t>(second, __func__).text);
+    return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
+}
+
+CFTypeID CFBooleanGetTypeID() {
+    return static_cast<CFTypeID>(simulator::type_e::boolean);
+}
+
+Boolean CFBooleanGetValue(CFBooleanRef boolean) {
+    return object_of<simulator::boolean_t>(boolean, __func__).value ? 1 : 0;
+}
+
+CFTypeID CFNumberGetTypeID() {
+    return static_cast<CFTypeID>(simulator::type_e::number);
+}
+
+CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value) {
+    simulator::expect_default_allocator(allocator, __func__);
+    if (simulator::shall_fail(__func__)) {
+        return nullptr;
+    }
+    std::int64_t number = 0;
+    if (type == kCFNumberSInt64Type) {
+        std::memcpy(&number, value, sizeof number);
+    } else if (type == kCFNumberSInt32Type || type == kCFNumberIntType) {
+        std::int32_t narrow = 0;
+        std::memcpy(&narrow, value, sizeof narrow);
+        number = narrow;
+    } else {
+        simulator::not_modelled(__func__, "the number type " + std::to_string(type));
+    }
+    return static_cast<CFNumberRef>(
+        simulator::publish(std::make_unique<simulator::number_t>(number), __func__));
+}
+
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
+    const std::int64_t wide = object_of<simulator::number_t>(number, __func__).value;
+    if (simulator::shall_fail(__func__)) {
+        return 0;
+    }
+    if (type == kCFNumberSInt64Type) {
+        std::memcpy(value, &wide, sizeof wide);
+        return 1;
+    }
+    if (type != kCFNumberSInt32Type && type != kCFNumberIntType) {
+        simulator::not_modelled(__func__, "the number type " + std::to_string(type));
+    }
+    // A value that does not fit is cut, and the answer says so.
+    const auto narrow = static_cast<std::int32_t>(wide);
+    std::memcpy(value, &narrow, sizeof narrow);
+    return narrow == wide ? 1 : 0;
+}
+
+CFAbsoluteTime CFAbsoluteTimeGetCurrent() {
+    constexpr double seconds_from_1970_to_2001 = 978307200.0;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration<double>(now).count() - seconds_from_1970_to_2001;
+}
+
+}  // extern "C"

@@ -1,0 +1,50 @@
+#include <CoreServices/CoreServices.h>
+
+#include <mutex>
+#include <set>
+
+#include "control/launches.h"
+#include "core/failure.h"
+#include "core_foundation/values.h"
+
+namespace simulator {
+namespace {
+
+struct launch_services_t {
+    std::mutex mutex;
+    std::vector<std::string> launched;
+    std::set<std::string> refused;
+};
+
+launch_services_t& launch_services() {
+    static auto* const one = new launch_services_t;  // outlives every static object of the program
+    return *one;
+}
+
+}  // namespace
+
+std::vector<std::string> launches() {
+    const std::lock_guard lock(launch_services().mutex);
+    return launch_services().launched;
+}
+
+void refuse_launch(const std::string& path) {
+    const std::lock_guard lock(launch_services().mutex);
+    launch_services().refused.insert(path);
+}
+
+}  // namespace simulator
+
+extern "C" OSStatus LSOpenCFURLRef(CFURLRef url, CFURLRef* launched) {
+    const std::string& path = simulator::object_of<simulator::url_t>(url, __func__).path;
+    if (launched != nullptr) {
+        simulator::not_modelled(__func__, "the URL of what was started");
+    }
+    const bool fails = simulator::shall_fail(__func__);
+    const std::lock_guard lock(simulator::launch_services().mutex);
+    if (fails || simulator::launch_services().refused.contains(path)) {
+        return kLSApplicationNotFoundErr;
+    }
+    simulator::launch_services().launched.push_back(path);
+    return 0;
+}

@@ -1,0 +1,273 @@
+#include "quartz/event_tap.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+
+#include "core/failure.h"
+#include "core/permissions.h"
+#include "core_foundation/mach_port.h"
+
+namespace simulator {
+namespace {
+
+struct tap_t {
+    CGEventMask mask = 0;
+    CGEventTapCallBack callback = nullptr;
+    void* user_info = nullptr;
+    std::shared_ptr<message_source_t> messages;
+    std::atomic<bool> enabled{true};
+
+    CGEventRef call(CGEventType type, CGEventRef event) {
+        return callback(reinterpret_cast<CGEventTapProxy>(this), type, event, user_info);
+    }
+};
+
+// One event before one tap: the desktop's thread waits, the program's thread answers.
+class question_t {
+  public:
+    using answer_t = std::optional<event_values_t>;  // nothing: swallowed
+
+    // Only the first answer counts, and none that comes too late.
+    void answer(const answer_t& what) {
+        const std::lock_guard lock(_mutex);
+        if (!_answer) {
+            _answer = what;
+            _answered.notify_one();
+        }
+    }
+
+    // Nothing when the answer took too long.
+    std::optional<answer_t> wait_for_answer(std::chrono::milliseconds patience) {
+        std::unique_lock lock(_mutex);
+        _answered.wait_for(lock, patience, [this] { return _answer.has_value(); });
+        return _answer;
+    }
+
+  private:
+    std::mutex _mutex;
+    std::condition_variable _answered;
+    std::optional<answer_t> _answer;
+};
+
+// Holds the program's thread in a callback, as a slow program does itself.
+class hold_t {
+  public:
+    void hold_next() {
+        const std::lock_guard lock(_mutex);
+        _state = state_e::next;
+    }
+
+    void let_go() {
+        const std::lock_guard lock(_mutex);
+        _state = state_e::none;
+        _let_go.notify_all();
+    }
+
+    void at_end_of_callback(std::chrono::milliseconds at_most) {
+        std::unique_lock lock(_mutex);
+        if (_state == state_e::next) {
+            _state = state_e::holding;
+            _let_go.wait_for(lock, at_most, [this] { return _state != state_e::holding; });
+        }
+    }
+
+  private:
+    enum class state_e { none, next, holding };
+
+    std::mutex _mutex;
+    std::condition_variable _let_go;
+    state_e _state = state_e::none;
+};
+
+void disable(const std::shared_ptr<tap_t>& tap, CGEventType reason) {
+    if (tap->enabled.exchange(false)) {
+        tap->messages->post([tap, reason] { tap->call(reason, nullptr); });
+    }
+}
+
+class taps_t {
+  public:
+    static taps_t& instance() {
+        // Never destroyed: the desktop's thread goes on until the process is gone.
+        static taps_t& taps = *new taps_t;
+        return taps;
+    }
+
+    void add(std::shared_ptr<tap_t> tap) {
+        const std::lock_guard lock(_mutex);
+        _taps.insert(_taps.begin(), std::move(tap));
+    }
+
+    void remove(const tap_t* tap) {
+        const std::lock_guard lock(_mutex);
+        _taps.erase(std::remove_if(_taps.begin(), _taps.end(),
+                                   [tap](const auto& one) { return one.get() == tap; }),
+                    _taps.end());
+    }
+
+    std::vector<std::shared_ptr<tap_t>> all() const {
+        const std::lock_guard lock(_mutex);
+        return _taps;
+    }
+
+    void disable_all(CGEventType reason) const {
+        for (const auto& tap : all()) {
+            disable(tap, reason);
+        }
+    }
+
+    std::atomic<std::chrono::milliseconds> patience{std::chrono::seconds(1)};
+    hold_t hold;
+
+  private:
+    taps_t() {
+        on_permission_change([this](permission_e permission, bool is_granted) {
+            if (permission == permission_e::accessibility && !is_granted) {
+                disable_all(kCGEventTapDisabledByUserInput);
+            }
+        });
+    }
+
+    mutable std::mutex _mutex;
+    std::vector<std::shared_ptr<tap_t>> _taps;
+};
+
+// On the program's thread: the event is lent to the callback.
+question_t::answer_t answer_of(tap_t& tap, const event_values_t& event) {
+    constexpr auto function = "an event tap's callback";
+    const CGEventRef lent = publish_event(event, function);
+    const CGEventRef returned = tap.call(event.type, lent);
+    if (returned != nullptr && returned != lent) {
+        not_modelled(function, "another event than it was given is returned");
+    }
+    question_t::answer_t answer;
+    if (returned != nullptr) {
+        answer = object_of<event_t>(lent, function).values;
+    }
+    release(lent, function);
+    return answer;
+}
+
+question_t::answer_t ask(const std::shared_ptr<tap_t>& tap, const event_values_t& event) {
+    taps_t& taps = taps_t::instance();
+    const auto question = std::make_shared<question_t>();
+    // A tap that goes away drops its messages: nobody waits for those.
+    std::shared_ptr<void> dropped(nullptr, [question, event](void*) { question->answer(event); });
+    tap->messages->post([&taps, tap, event, question, dropped] {
+        const auto answer = answer_of(*tap, event);
+        taps.hold.at_end_of_callback(taps.patience.load() * 10);
+        question->answer(answer);
+    });
+    dropped.reset();
+    if (const auto answer = question->wait_for_answer(taps.patience)) {
+        return *answer;
+    }
+    disable(tap, kCGEventTapDisabledByTimeout);
+    return event;
+}
+
+}  // namespace
+
+std::optional<event_values_t> pass_taps(event_values_t event) {
+    for (const auto& tap : taps_t::instance().all()) {
+        if (!tap->enabled || (tap->mask & CGEventMaskBit(event.type)) == 0) {
+            continue;
+        }
+        const auto answer = ask(tap, event);
+        if (!answer) {
+            return std::nullopt;
+        }
+        event = *answer;
+    }
+    return event;
+}
+
+std::vector<std::shared_ptr<message_source_t>> tap_messages() {
+    std::vector<std::shared_ptr<message_source_t>> messages;
+    for (const auto& tap : taps_t::instance().all()) {
+        messages.push_back(tap->messages);
+    }
+    return messages;
+}
+
+std::size_t taps_alive() {
+    return taps_t::instance().all().size();
+}
+
+std::size_t taps_enabled() {
+    const auto taps = taps_t::instance().all();
+    return static_cast<std::size_t>(std::count_if(
+        taps.begin(), taps.end(), [](const auto& tap) { return tap->enabled.load(); }));
+}
+
+void set_tap_patience(std::chrono::milliseconds patience) {
+    taps_t::instance().patience = patience;
+}
+
+void hold_next_tap_callback() {
+    taps_t::instance().hold.hold_next();
+}
+
+void let_tap_callbacks_go() {
+    taps_t::instance().hold.let_go();
+}
+
+}  // namespace simulator
+
+using simulator::granted;
+using simulator::mach_port_t;
+using simulator::not_modelled;
+using simulator::permission_e;
+using simulator::tap_t;
+using simulator::taps_t;
+
+extern "C" {
+
+CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place,
+                               CGEventTapOptions options, CGEventMask eventsOfInterest,
+                               CGEventTapCallBack callback, void* userInfo) {
+    if (tap != kCGHIDEventTap) {
+        not_modelled(__func__, "a location other than where the hardware's events enter");
+    }
+    if (place != kCGHeadInsertEventTap) {
+        not_modelled(__func__, "a place other than the head");
+    }
+    if (options != kCGEventTapOptionDefault) {
+        not_modelled(__func__, "options other than the default");
+    }
+    if (callback == nullptr) {
+        simulator::misuse(__func__, "no callback");
+    }
+    taps_t& taps = taps_t::instance();
+    if (simulator::shall_fail(__func__) || !granted(permission_e::accessibility)) {
+        return nullptr;
+    }
+    const auto made = std::make_shared<tap_t>();
+    made->mask = eventsOfInterest;
+    made->callback = callback;
+    made->user_info = userInfo;
+    auto port = std::make_unique<mach_port_t>([&taps, made] { taps.remove(made.get()); });
+    made->messages = port->messages();
+    taps.add(made);
+    if (!granted(permission_e::accessibility)) {
+        // Revoked before the tap was in the list.
+        simulator::disable(made, kCGEventTapDisabledByUserInput);
+    }
+    return static_cast<CFMachPortRef>(
+        const_cast<void*>(simulator::publish(std::move(port), __func__)));
+}
+
+void CGEventTapEnable(CFMachPortRef tap, bool enable) {
+    const auto& messages = simulator::object_of<mach_port_t>(tap, __func__).messages();
+    for (const auto& one : taps_t::instance().all()) {
+        if (one->messages == messages) {
+            one->enabled = enable && granted(permission_e::accessibility);
+        }
+    }
+}
+
+}  // extern "C"

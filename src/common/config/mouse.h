@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "common/action.h"
+#include "common/input_value.h"
+
+// What the user bound in one application.
+struct config_mouse_t {
+    std::unordered_map<input_value_e, action_t> bindings;  // an input that is missing is unbound
+};
+
+struct cache_key_t {
+    std::string app;  // normal form
+    input_value_e input;
+
+    bool operator==(const cache_key_t& other) const {
+        return input == other.input && app == other.app;
+    }
+};
+
+struct cache_key_hash_t {
+    std::size_t operator()(const cache_key_t& key) const {
+        return std::hash<std::string>{}(key.app) ^
+               static_cast<std::size_t>(static_cast<std::uint64_t>(key.input) * 2);
+    }
+};
+
+// The profile of one mouse model: the bindings of every configured application, by the normal form
+// of its name, and under "default" those of all others. A value. Not synchronised: get_action fills
+// a cache.
+class mouse_t {
+  public:
+    explicit mouse_t(std::unordered_map<std::string, config_mouse_t> app_configs);
+
+    // Builds the profile from a mouse entry of the settings file, whose input keys are decimal
+    // text. Throws for an entry that cannot be used: nlohmann::json::out_of_range (no
+    // "appConfigs"), nlohmann::json::type_error (a list that is none, an "action" that is no
+    // number), std::invalid_argument and std::out_of_range (an input key that is no int).
+    static mouse_t from_json(const nlohmann::json& entry);
+
+    // The action bound to `input` in the application `app_name` (a process name as the system
+    // gives it): of the entry with the same name, else with the longest name that the application's
+    // begins with, else with the longest that occurs in it, else of "default". What such an entry
+    // leaves unbound, "default" may bind. default_action_t when nothing applies. Never fails.
+    action_t get_action(input_value_e input, const std::string& app_name);
+
+  private:
+    // Without it, a daemon that runs for months would remember every program that was ever under
+    // the pointer. A full cache is emptied, which costs a few resolutions.
+    static constexpr std::size_t _cache_limit = 4096;
+
+    // The ASCII letters and digits of `name`, in lower case.
+    static std::string _normalize_app_name(std::string_view name);
+
+    // The entry that applies to an application, given the normal form of its name; null for none.
+    // Valid as long as the profile.
+    const config_mouse_t* _resolve_app_config(const std::string& app_name) const;
+    const config_mouse_t* _find_app_config(const std::string& key) const;
+
+    std::unordered_map<std::string, config_mouse_t> _app_configs;
+    std::unordered_map<cache_key_t, action_t, cache_key_hash_t> _cache;  // bound answers only
+};

@@ -1,0 +1,89 @@
+#include "macos/executer_chords.h"
+
+#include <ApplicationServices/ApplicationServices.h>
+
+#include "macos/cpf.h"
+#include "macos/executer_keys.h"
+
+namespace {
+
+constexpr std::uint16_t no_key = 0xFFFF;  // what the platform calls no key
+
+struct modifier_t {
+    std::uint16_t code = 0;
+    std::uint64_t mask = 0;
+};
+
+}  // namespace
+
+key_list_t split_key_list(const std::vector<input_value_e>& list) {
+    key_list_t parts;
+    for (const input_value_e input : list) {
+        (is_modifier(input) ? parts.modifiers : parts.keys).push_back(input);
+    }
+    return parts;
+}
+
+std::vector<key_event_t> chord_events(const std::vector<input_value_e>& modifiers,
+                                      const std::vector<input_value_e>& keys) {
+    std::vector<modifier_t> held;
+    for (const input_value_e input : modifiers) {
+        if (const std::uint32_t key = input_to_vk(input); (key & vk_present) != 0) {
+            held.push_back({static_cast<std::uint16_t>(key), modifier_mask(input)});
+        }
+    }
+    std::vector<std::uint16_t> typed;
+    for (const input_value_e input : keys) {
+        if (const std::uint32_t key = input_to_vk(input); (key & vk_present) != 0) {
+            typed.push_back(static_cast<std::uint16_t>(key));
+        }
+    }
+
+    std::vector<key_event_t> events;
+    events.reserve(2 * (held.size() + typed.size()));
+    std::uint64_t flags = 0;
+    for (const modifier_t& modifier : held) {
+        flags |= modifier.mask;
+        events.push_back({modifier.code, true, flags});
+    }
+    for (const std::uint16_t code : typed) {
+        events.push_back({code, true, flags});
+    }
+    // The keys come up in the order in which they went down, so that the first one pressed is not
+    // the last one held and does not begin to repeat.
+    for (const std::uint16_t code : typed) {
+        events.push_back({code, false, flags});
+    }
+    // A modifier's own release still carries its flag, as its press does.
+    for (auto modifier = held.rbegin(); modifier != held.rend(); ++modifier) {
+        events.push_back({modifier->code, false, flags});
+        flags &= ~modifier->mask;
+    }
+    return events;
+}
+
+void post_key_events(const std::vector<key_event_t>& events) {
+    if (events.empty()) {
+        return;
+    }
+    // Events can be made without a source too.
+    const auto source = cpf_t<CGEventSourceRef>::adopt(
+        CGEventSourceCreate(kCGEventSourceStateCombinedSessionState));
+    if (source) {
+        // Setting what was just read is no idle step: it pins the type, so that all events of the
+        // chord carry the same one, whatever keyboard the user types on meanwhile.
+        CGEventSourceSetKeyboardType(source.get(), CGEventSourceGetKeyboardType(source.get()));
+    }
+    for (const key_event_t& key : events) {
+        if (key.code == no_key) {
+            continue;
+        }
+        const auto event =
+            cpf_t<CGEventRef>::adopt(CGEventCreateKeyboardEvent(source.get(), key.code, key.down));
+        if (!event) {
+            continue;
+        }
+        CGEventSetFlags(event.get(), key.flags);
+        CGEventPost(kCGSessionEventTap, event.get());
+    }
+}

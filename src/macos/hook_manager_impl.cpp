@@ -1,0 +1,50 @@
+#include "macos/hook_manager_impl.h"
+
+namespace {
+
+void remove_tap(cpf_t<CFMachPortRef>& tap, cpf_t<CFRunLoopSourceRef>& source) {
+    if (tap) {
+        CGEventTapEnable(tap.get(), false);
+    }
+    if (source) {
+        CFRunLoopRemoveSource(CFRunLoopGetCurrent(), source.get(), kCFRunLoopCommonModes);
+    }
+    if (tap) {
+        CFMachPortInvalidate(tap.get());
+    }
+    // A message that was already under way is taken off the run loop before its port goes.
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true);
+    source.reset();
+    tap.reset();
+}
+
+}  // namespace
+
+mac_impl_t::mac_impl_t(hook_manager_t& hook_manager) : owner(&hook_manager) {
+    devices.max_load_factor(1.0F);
+}
+
+mac_impl_t::~mac_impl_t() {
+    if (owner == nullptr) {
+        return;
+    }
+    // The taps go before the HID manager, and the device map last of all: the run loop, which runs
+    // while a tap goes, may still bring values of devices.
+    remove_tap(mouse_tap, mouse_tap_source);
+    remove_tap(keyboard_tap, keyboard_tap_source);
+    if (hid_manager) {
+        IOHIDManagerUnscheduleFromRunLoop(hid_manager.get(), CFRunLoopGetCurrent(),
+                                          kCFRunLoopDefaultMode);
+        IOHIDManagerClose(hid_manager.get(), kIOHIDOptionsTypeNone);
+        hid_manager.reset();
+    }
+}
+
+void mac_impl_t::abandon() {
+    owner = nullptr;
+    devices.clear();
+}
+
+bool mac_impl_t::can_be_called_back() const {
+    return mouse_tap || keyboard_tap || hid_manager;
+}

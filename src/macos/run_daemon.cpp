@@ -1,0 +1,183 @@
+#include "macos/run_daemon.h"
+
+#include <ApplicationServices/ApplicationServices.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <sysexits.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <stdexcept>
+
+#include "common/config/config.h"
+#include "common/log/log.h"
+#include "macos/cpf.h"
+#include "macos/hook_manager.h"
+#include "macos/rights_manager.h"
+#include "macos/uninstall_watcher.h"
+
+namespace utils {
+
+// The one request to stop of the process; never taken back. Written by the signal handler and by
+// other threads, read by the quit timer on the main thread.
+static std::atomic<bool> _should_quit{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+
+}  // namespace utils
+
+namespace {
+
+// The launcher takes every end but EX_NOPERM for one to start the daemon after, also one that was
+// asked for: only the front application's removal, or the launcher itself, ends it for good.
+constexpr int exit_stopped = 1;
+
+constexpr CFTimeInterval first_quit_check = 0.1;
+constexpr CFTimeInterval quit_check_interval = 0.5;
+constexpr std::chrono::seconds permission_check_period{1};
+
+constexpr int ending_signals[] = {SIGTERM, SIGINT, SIGHUP};
+
+// Bit n: signal n has come and is not logged yet.
+std::atomic<unsigned> g_noted_signals{0};
+static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler writes it");
+
+cpf_t<CFRunLoopTimerRef> g_quit_timer;
+
+// Only notes the signal: the logger takes locks and memory, and a signal that interrupts a thread
+// in the middle of logging would wait for itself for ever. The main thread logs it.
+void handle_signal(int signal_number) {
+    switch (signal_number) {
+        case SIGHUP:
+        case SIGINT:
+        case SIGTERM:
+            g_noted_signals.fetch_or(1U << static_cast<unsigned>(signal_number));
+            utils::_should_quit = true;
+            break;
+        default:
+            break;
+    }
+}
+
+void log_noted_signals() {
+    const unsigned noted = g_noted_signals.exchange(0);
+    for (const int signal_number : ending_signals) {
+        if ((noted & (1U << static_cast<unsigned>(signal_number))) != 0) {
+            QLX_LOG_ERROR("Ending on signal {}", signal_number);
+        }
+    }
+}
+
+void install_signal_handlers() {
+    struct sigaction action {};
+    action.sa_handler = handle_signal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signal_number : ending_signals) {
+        sigaction(signal_number, &action, nullptr);
+    }
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigemptyset(&ignore.sa_mask);
+    sigaction(SIGPIPE, &ignore, nullptr);
+}
+
+void quit_timer_cb(CFRunLoopTimerRef, void*) noexcept {
+    if (utils::_should_quit) {
+        log_noted_signals();
+        CFRunLoopStop(CFRunLoopGetMain());
+    }
+}
+
+// Looks from the main run loop whether the end is asked for. A timer, because neither a signal
+// handler nor the threads that ask can stop the loop and be sure that it is running yet.
+class quit_timer_t {
+  public:
+    quit_timer_t() {
+        CFRunLoopTimerContext context{};
+        g_quit_timer = cpf_t<CFRunLoopTimerRef>::adopt(
+            CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + first_quit_check,
+                                 quit_check_interval, 0, 0, quit_timer_cb, &context));
+        if (!g_quit_timer) {
+            // Nothing could ever stop the daemon.
+            throw std::runtime_error("CFRunLoopTimerCreate failed");
+        }
+        CFRunLoopAddTimer(CFRunLoopGetMain(), g_quit_timer.get(), kCFRunLoopCommonModes);
+    }
+    quit_timer_t(const quit_timer_t&) = delete;
+    quit_timer_t& operator=(const quit_timer_t&) = delete;
+    ~quit_timer_t() { remove(); }
+
+    void remove() {
+        if (g_quit_timer) {
+            CFRunLoopTimerInvalidate(g_quit_timer.get());
+            g_quit_timer.reset();
+        }
+    }
+};
+
+// On the uninstall watcher's thread; also when that watcher is destroyed, so that this line ends
+// the log of a normal stop too.
+void on_uninstall() {
+    QLX_LOG_INFO("Uninstall quit");
+    utils::_should_quit = true;
+}
+
+// On the permission guard's thread.
+void on_permission_lost() {
+    const bool accessibility = check_accessibility();
+    const bool input_monitoring = check_input_monitoring();
+    write_rights_to_file(accessibility, input_monitoring);
+    QLX_LOG_ERROR("Accessibility permission LOST — shutting down and exiting.");
+    utils::_should_quit = true;
+}
+
+// Tells the front application and the log what the user has granted. False when something is
+// missing. A grant takes effect for a process that starts after it, so nobody waits for one here.
+bool permissions_granted() {
+    if (!check_input_monitoring()) {
+        write_rights_to_file(AXIsProcessTrusted() != 0, false);
+        QLX_LOG_WARNING(
+            "Input Monitoring not granted. Exiting so the launcher can relaunch after user grants "
+            "it.");
+        return false;
+    }
+    QLX_LOG_INFO("Input Monitoring granted.");
+    if (AXIsProcessTrusted() == 0) {
+        write_rights_to_file(false, true);
+        QLX_LOG_INFO("Waiting for Accessibility permission... exit to relaunch");
+        return false;
+    }
+    write_rights_to_file(true, true);
+    QLX_LOG_INFO("All required permissions granted, starting daemon.");
+    return true;
+}
+
+}  // namespace
+
+int run_daemon() {
+    utils::init_log("QlxDaemon", utils::sink_e::file);
+    config_t::instance();
+    const uninstall_watcher_t uninstall_watcher(on_uninstall);
+    if (!permissions_granted()) {
+        return EX_NOPERM;
+    }
+    quit_timer_t quit_timer;
+    const permission_guard_t permission_guard(permission_check_period, on_permission_lost);
+    try {
+        const hook_manager_t hook_manager;
+        install_signal_handlers();
+        CFRunLoopRun();
+    } catch (const std::exception& error) {
+        QLX_LOG_ERROR("Error creating hook manager {}", error.what());
+    }
+    // The order of stopping: the hook manager with its taps, worker and HID manager (above, at the
+    // end of its block, while the run loop can still drain it), the quit timer, the permission
+    // guard and last the uninstall watcher, which has been there longest. Both of these may still
+    // log and ask for the stop that is under way. The settings and the log outlive them: they end
+    // with the process.
+    quit_timer.remove();
+    log_noted_signals();
+    QLX_LOG_INFO("Daemon stopped");
+    return exit_stopped;
+}

@@ -1,0 +1,234 @@
+#include "macos/rights_manager.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "control/objects.h"
+#include "control/permissions.h"
+#include "support/log_capture.h"
+#include "support/temporary_home.h"
+
+namespace fs = std::filesystem;
+using lines_t = std::vector<std::string>;
+using nlohmann::json;
+
+namespace {
+
+const json default_rights = {{"accessibility", false}, {"input_monitoring", false}};
+
+std::string content_of(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string file_with(bool accessibility, bool input_monitoring) {
+    const auto text = [](bool value) { return std::string(value ? "true" : "false"); };
+    return "{\n    \"accessibility\": " + text(accessibility) +
+           ",\n    \"input_monitoring\": " + text(input_monitoring) + "\n}";
+}
+
+struct rights_file : testing::Test {
+    void put(const std::string& text) const { std::ofstream(path, std::ios::binary) << text; }
+
+    temporary_home_t home;
+    const std::string path = (home.path() / "rights.json").string();
+    const std::string temporary = path + ".tmp";
+    log_capture_t log;
+};
+
+}  // namespace
+
+TEST_F(rights_file, is_written_byte_for_byte_and_read_back) {
+    for (const bool accessibility : {false, true}) {
+        for (const bool input_monitoring : {false, true}) {
+            log.forget();
+            write_rights_to_file(accessibility, input_monitoring, path);
+            EXPECT_EQ(content_of(path), file_with(accessibility, input_monitoring));
+            EXPECT_EQ(log.lines(), lines_t{"I Rights status written to " + path});
+            EXPECT_FALSE(fs::exists(temporary));
+            EXPECT_EQ(read_rights_from_file(path), (json{{"accessibility", accessibility},
+                                                         {"input_monitoring", input_monitoring}}));
+        }
+    }
+}
+
+TEST_F(rights_file, what_another_hand_put_there_is_read_as_far_as_it_goes) {
+    EXPECT_EQ(read_rights_from_file(path), default_rights);
+    EXPECT_EQ(log.lines(), lines_t{});
+
+    const std::string deep(1'000'000, '[');
+    const struct {
+        std::string text;
+        json rights;
+        bool logged;
+    } cases[] = {
+        {R"({"accessibility": true})", {{"accessibility", true}}, false},
+        {"null", nullptr, false},
+        {"[1, 2]", {1, 2}, false},
+        {"", default_rights, true},
+        {"garbage", default_rights, true},
+        {"{", json::object(), true},
+        {R"({"accessibility": true, "input_mon)", {{"accessibility", true}}, true},
+        {R"({"accessibility": true, "input_monitoring": fal)",
+         {{"accessibility", true}, {"input_monitoring", nullptr}},
+         true},
+        {"[1, 1e999]", json::array({1}), true},
+        {R"({"accessibility": true} {})", {{"accessibility", true}}, true},
+        {deep, default_rights, true},
+        {deep + std::string(deep.size(), ']'), default_rights, true},
+    };
+    for (const auto& [text, rights, logged] : cases) {
+        SCOPED_TRACE(text.substr(0, 60));
+        log.forget();
+        put(text);
+        EXPECT_EQ(read_rights_from_file(path), rights);
+        ASSERT_EQ(log.lines().size(), logged ? 1U : 0U);
+        if (logged) {
+            EXPECT_EQ(log.lines()[0].rfind("E Failed to read rights status from " + path + ": ", 0),
+                      0U);
+        }
+    }
+
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_EQ(read_rights_from_file(path), default_rights);
+}
+
+TEST_F(rights_file, temporary_file_that_cannot_be_opened_leaves_the_old_file) {
+    put("old");
+    fs::create_directory(temporary);
+    const std::string missing = (home.path() / "missing" / "rights.json").string();
+    write_rights_to_file(true, true, path);
+    write_rights_to_file(true, true, missing);
+    EXPECT_EQ(log.lines(), (lines_t{"E Cannot open temp file " + temporary,
+                                    "E Cannot open temp file " + missing + ".tmp"}));
+    EXPECT_EQ(content_of(path), "old");
+}
+
+TEST_F(rights_file, without_a_home_folder_nothing_is_written_or_read) {
+    fs::current_path(home.path());
+    write_rights_to_file(true, true, "");
+    EXPECT_EQ(log.lines(), lines_t{"E Cannot open temp file .tmp"});
+    EXPECT_TRUE(fs::is_empty(home.path()));
+    EXPECT_EQ(read_rights_from_file(""), default_rights);
+}
+
+TEST_F(rights_file, failure_on_the_way_leaves_the_old_file_and_no_temporary_one) {
+    const std::string failed = "E Failed to write rights status to " + path + ": ";
+    const auto failures = [&] {
+        const auto lines = log.lines();
+        return std::count_if(lines.begin(), lines.end(),
+                             [&](const auto& line) { return line.rfind(failed, 0) == 0; });
+    };
+
+    fs::create_directories(fs::path(path) / "in the way");
+    write_rights_to_file(true, true, path);
+    EXPECT_EQ(failures(), 1);
+    EXPECT_FALSE(fs::exists(temporary));
+    fs::remove_all(path);
+
+    if (!fs::exists("/dev/full")) {
+        GTEST_SKIP() << "no device here that is always full";
+    }
+    put("old");
+    fs::create_symlink("/dev/full", temporary);
+    write_rights_to_file(true, true, path);
+    EXPECT_EQ(failures(), 2);
+    EXPECT_FALSE(fs::is_symlink(temporary));
+    EXPECT_EQ(content_of(path), "old");
+}
+
+// Two processes write without a pause and are killed at random moments, hundreds of times, while
+// two others read. Whatever is read must be one of the four files that the writers write.
+TEST_F(rights_file, readers_see_whole_files_while_writers_are_killed) {
+    constexpr int kills = 400;
+    const std::set<std::string> whole{file_with(false, false), file_with(false, true),
+                                      file_with(true, false), file_with(true, true)};
+    utils::set_all_log_level(spdlog::level::off);
+    write_rights_to_file(false, false, path);
+    const std::string done = path + ".done";
+
+    const auto start_writer = [&](bool accessibility) {
+        const pid_t child = fork();
+        if (child == 0) {
+            for (bool input_monitoring = false;; input_monitoring = !input_monitoring) {
+                write_rights_to_file(accessibility, input_monitoring, path);
+            }
+        }
+        return child;
+    };
+    const auto start_reader = [&] {
+        const pid_t child = fork();
+        if (child == 0) {
+            while (!fs::exists(done)) {
+                const auto rights = read_rights_from_file(path);
+                if (whole.count(content_of(path)) == 0 || rights.size() != 2) {
+                    _exit(1);
+                }
+            }
+            _exit(0);
+        }
+        return child;
+    };
+
+    const std::array<pid_t, 2> readers{start_reader(), start_reader()};
+    std::array<pid_t, 2> writers{start_writer(false), start_writer(true)};
+    std::mt19937 random(1);
+    std::set<std::string> seen;
+    for (int i = 0; i < kills; ++i) {
+        auto& writer = writers[static_cast<std::size_t>(i) % writers.size()];
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
+        ASSERT_EQ(kill(writer, SIGKILL), 0);
+        ASSERT_EQ(waitpid(writer, nullptr, 0), writer);
+        const auto content = content_of(path);
+        EXPECT_EQ(whole.count(content), 1U) << content;
+        seen.insert(content);
+        writer = start_writer(i % 2 != 0);
+    }
+    for (const pid_t writer : writers) {
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+    }
+    std::ofstream(done) << "";
+    for (const pid_t reader : readers) {
+        int status = -1;
+        waitpid(reader, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a torn file was read";
+    }
+    EXPECT_EQ(seen.size(), whole.size());
+
+    // What a killed writer left behind is in nobody's way.
+    write_rights_to_file(true, false, path);
+    EXPECT_EQ(content_of(path), file_with(true, false));
+}
+
+TEST(permission_checks, follow_what_the_user_grants) {
+    using simulator::permission_e;
+    for (const bool accessibility : {true, false}) {
+        for (const bool input_monitoring : {true, false}) {
+            const auto set = [](permission_e permission, bool granted) {
+                granted ? simulator::grant(permission) : simulator::revoke(permission);
+            };
+            set(permission_e::accessibility, accessibility);
+            set(permission_e::input_monitoring, input_monitoring);
+            EXPECT_EQ(check_accessibility(), accessibility);
+            EXPECT_EQ(check_input_monitoring(), input_monitoring);
+        }
+    }
+    simulator::grant(permission_e::input_monitoring);
+    simulator::fail_next("IOHIDManagerCreate");
+    EXPECT_FALSE(check_input_monitoring());
+    EXPECT_TRUE(check_input_monitoring());
+    EXPECT_EQ(simulator::objects_alive(), lines_t{});
+}
