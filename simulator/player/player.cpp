@@ -10,6 +10,7 @@
 #include <functional>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "control/desktop.h"
 #include "player/key_names.h"
@@ -19,6 +20,7 @@ namespace simulator::player {
 namespace {
 
 constexpr auto patience = std::chrono::seconds(10);
+constexpr auto too_late = std::chrono::milliseconds(1500);
 constexpr auto glance = std::chrono::milliseconds(5);
 
 template <typename... visitors_t>
@@ -175,6 +177,7 @@ void player_t::play() {
 }
 
 void player_t::_play_step(const step_t& step) {
+    _report(report_begun);
     std::this_thread::sleep_for(step.after);
     if (!step.over.empty() && !std::holds_alternative<move_t>(step.deed)) {
         step_t there = step;
@@ -183,6 +186,11 @@ void player_t::_play_step(const step_t& step) {
     }
     const std::size_t first_event = events().size();
     _do(step);
+    if (std::exchange(_holding, std::holds_alternative<hold_t>(step.deed))) {
+        // The step after a hold has sent its event: its answer comes when the patience is over.
+        std::this_thread::sleep_for(too_late);
+        let_tap_callbacks_go();
+    }
     if (!settle(run_loop_e::leave)) {
         _unmet(step.where, "the desktop does not come to rest");
     }

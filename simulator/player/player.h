@@ -49,6 +49,7 @@ class player_t {
     std::filesystem::path _report_file;
     std::map<std::string, device_id_t> _devices;
 
+    bool _holding = false;  // the daemon's next answer is held back
     std::size_t _events_seen = 0;
     effects_t _effects_source;
     std::vector<std::string> _keys;     // posted, and not yet expected by a step

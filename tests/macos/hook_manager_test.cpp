@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/config/config.h"
 #include "control/applications.h"
 #include "control/desktop.h"
 #include "control/input.h"
@@ -98,6 +99,8 @@ class hook_manager_test : public testing::Test {
     }
 
     void start() {
+        config_t::instance();
+        ASSERT_TRUE(log.wait_for("I Watching config file: " + home.settings_file().string()));
         hooks = std::make_unique<hook_manager_t>();
         log.forget();
     }
@@ -439,7 +442,8 @@ TEST_F(hook_manager_test, the_named_target_goes_before_what_lies_under_the_point
 
 TEST_F(hook_manager_test, settings_that_cannot_be_read_let_the_event_pass) {
     home.write_settings(R"({"appState": [{"type": "one"}]})");
-    start_in_use();
+    hooks = std::make_unique<hook_manager_t>();
+    move_to(over_mail);
     press(side_1);
     EXPECT_EQ(fates(), "d");
     const lines_t lines = log.lines();
@@ -451,8 +455,12 @@ TEST_F(hook_manager_test, settings_that_cannot_be_read_let_the_event_pass) {
 }
 
 TEST_F(hook_manager_test, stopping_performs_what_is_queued_and_frees_everything) {
+    start();
     for (int round = 1; round <= 2; ++round) {
-        start_in_use();
+        hooks.reset();
+        hooks = std::make_unique<hook_manager_t>();
+        move_to(over_mail);
+        log.forget();
         EXPECT_EQ(simulator::taps_enabled(), 2U);
         EXPECT_EQ(hook_mng_access, hooks.get());
         for (int clicks = 0; clicks < 20; ++clicks) {
@@ -601,9 +609,10 @@ TEST(disabled_tap, ends_the_process_at_once_with_the_warning_in_the_log_file) {
               [] {
                   const hook_manager_t hooks;
                   simulator::revoke(simulator::permission_e::accessibility);
+                  simulator::press(simulator::connect(description_of(device_mappings[0])), side_1);
                   simulator::settle(simulator::run_loop_e::run);
               },
-              {mouse_warning, keyboard_warning}},
+              {mouse_warning}},
          }) {
         const temporary_home_t home;
         home.write_settings(settings);

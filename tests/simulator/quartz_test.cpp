@@ -326,6 +326,8 @@ TEST_F(quartz_test, revoked_accessibility_disables_taps_and_refuses_new_ones_and
     recording_tap_t tap("tap", mask_of(kCGEventOtherMouseDown), log);
     tap.schedule();
     simulator::revoke(permission_e::accessibility);
+    EXPECT_TRUE(simulator::settle(simulator::run_loop_e::run));
+    EXPECT_TRUE(log.empty());  // told with the next event that it would have seen
     EXPECT_EQ(simulator::taps_enabled(), 0U);
     CGEventTapEnable(tap.port(), true);
     EXPECT_EQ(simulator::taps_enabled(), 0U);

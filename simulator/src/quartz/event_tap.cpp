@@ -20,6 +20,8 @@ struct tap_t {
     void* user_info = nullptr;
     std::shared_ptr<message_source_t> messages;
     std::atomic<bool> enabled{true};
+    // Disabled by a lost permission, of which the program is told with the next event.
+    std::atomic<bool> to_be_told{false};
 
     CGEventRef call(CGEventType type, CGEventRef event) {
         return callback(reinterpret_cast<CGEventTapProxy>(this), type, event, user_info);
@@ -83,9 +85,13 @@ class hold_t {
     state_e _state = state_e::none;
 };
 
-void disable(const std::shared_ptr<tap_t>& tap, CGEventType reason) {
-    if (tap->enabled.exchange(false)) {
-        tap->messages->post([tap, reason] { tap->call(reason, nullptr); });
+void notify(const std::shared_ptr<tap_t>& tap, CGEventType reason) {
+    tap->messages->post([tap, reason] { tap->call(reason, nullptr); });
+}
+
+void disable_late(tap_t& tap) {
+    if (tap.enabled.exchange(false)) {
+        tap.to_be_told = true;
     }
 }
 
@@ -114,9 +120,9 @@ class taps_t {
         return _taps;
     }
 
-    void disable_all(CGEventType reason) const {
+    void disable_all() const {
         for (const auto& tap : all()) {
-            disable(tap, reason);
+            disable_late(*tap);
         }
     }
 
@@ -127,7 +133,7 @@ class taps_t {
     taps_t() {
         on_permission_change([this](permission_e permission, bool is_granted) {
             if (permission == permission_e::accessibility && !is_granted) {
-                disable_all(kCGEventTapDisabledByUserInput);
+                disable_all();
             }
         });
     }
@@ -166,7 +172,9 @@ question_t::answer_t ask(const std::shared_ptr<tap_t>& tap, const event_values_t
     if (const auto answer = question->wait_for_answer(taps.patience)) {
         return *answer;
     }
-    disable(tap, kCGEventTapDisabledByTimeout);
+    if (tap->enabled.exchange(false)) {
+        notify(tap, kCGEventTapDisabledByTimeout);
+    }
     return event;
 }
 
@@ -174,7 +182,13 @@ question_t::answer_t ask(const std::shared_ptr<tap_t>& tap, const event_values_t
 
 std::optional<event_values_t> pass_taps(event_values_t event) {
     for (const auto& tap : taps_t::instance().all()) {
-        if (!tap->enabled || (tap->mask & CGEventMaskBit(event.type)) == 0) {
+        if ((tap->mask & CGEventMaskBit(event.type)) == 0) {
+            continue;
+        }
+        if (tap->to_be_told.exchange(false)) {
+            notify(tap, kCGEventTapDisabledByUserInput);
+        }
+        if (!tap->enabled) {
             continue;
         }
         const auto answer = ask(tap, event);
@@ -255,7 +269,7 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
     taps.add(made);
     if (!granted(permission_e::accessibility)) {
         // Revoked before the tap was in the list.
-        simulator::disable(made, kCGEventTapDisabledByUserInput);
+        simulator::disable_late(*made);
     }
     return static_cast<CFMachPortRef>(
         const_cast<void*>(simulator::publish(std::move(port), __func__)));

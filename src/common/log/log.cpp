@@ -114,13 +114,13 @@ void set_logger_sinks(loggers_e id,
     get_logger_runtime(id)->sinks() = sinks;
 }
 
-void add_all_logger_sinks(std::shared_ptr<spdlog::sinks::sink> sink) {
+void add_all_logger_sinks(const std::shared_ptr<spdlog::sinks::sink>& sink) {
     for (const auto& logger : logger_list()) {
         logger->sinks().push_back(sink);
     }
 }
 
-void set_all_logger_sinks(std::shared_ptr<spdlog::sinks::sink> sink) {
+void set_all_logger_sinks(const std::shared_ptr<spdlog::sinks::sink>& sink) {
     for (const auto& logger : logger_list()) {
         logger->sinks() = {sink};
     }

@@ -76,8 +76,8 @@ void add_logger_sinks(loggers_e id, std::shared_ptr<spdlog::sinks::sink> sink);
 void set_logger_sinks(loggers_e id, std::shared_ptr<spdlog::sinks::sink> sink);
 void set_logger_sinks(loggers_e id,
                       std::initializer_list<std::shared_ptr<spdlog::sinks::sink>> sinks);
-void add_all_logger_sinks(std::shared_ptr<spdlog::sinks::sink> sink);
-void set_all_logger_sinks(std::shared_ptr<spdlog::sinks::sink> sink);
+void add_all_logger_sinks(const std::shared_ptr<spdlog::sinks::sink>& sink);
+void set_all_logger_sinks(const std::shared_ptr<spdlog::sinks::sink>& sink);
 void set_all_logger_sinks(std::initializer_list<std::shared_ptr<spdlog::sinks::sink>> sinks);
 
 }  // namespace utils

@@ -173,9 +173,13 @@ TEST_F(config, a_folder_or_a_pipe_in_the_files_place_cannot_be_opened) {
     fs::remove(path());
     reload(settings(mouse_entry("1", 6)));
     EXPECT_EQ(answer(1), "copy");
-    fs::remove(path());
-    ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
-    ASSERT_TRUE(log.wait_for("E Failed to open config file: " + path(), 2));
+    const auto pipe = home.path() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    log.forget();
+    fs::rename(pipe, path());
+    ASSERT_TRUE(log.wait_for("I Config change detected: " + path()));
+    EXPECT_TRUE(log.has("E Failed to open config file: " + path()));
+    EXPECT_EQ(answer(1), "copy");
     reload(settings(mouse_entry("1", 7)));
     EXPECT_EQ(answer(1), "cut");
 }
