@@ -3,11 +3,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
-#include <unistd.h>
+#include <vector>
 
+#include "control/input.h"
+#include "control/objects.h"
 #include "player/player.h"
 
 // Linked into the daemon's executable on a simulated desktop. Where the player started the process,
@@ -41,6 +44,21 @@ void begin() {
     }).detach();
 }
 
+// What the daemon must have given back by the time its main function returns.
+void say_what_is_left() {
+    std::vector<std::string> left = objects_alive();
+    if (taps_alive() > 0) {
+        left.push_back(std::to_string(taps_alive()) + " event tap(s)");
+    }
+    for (const std::string& what : left) {
+        const std::string text = "the daemon leaves behind: " + what;
+        std::fprintf(stderr, "%s\n", text.c_str());
+        if (const std::string report = variable(variable_report); !report.empty()) {
+            std::ofstream(report, std::ios::app) << report_unmet << text << "\n";
+        }
+    }
+}
+
 }  // namespace
 }  // namespace simulator::player
 
@@ -56,7 +74,9 @@ int __wrap_main(int argc, char** argv) {
         std::fprintf(stderr, "Error: %s\n", error.what());
         return 2;
     }
-    return __real_main(argc, argv);
+    const int code = __real_main(argc, argv);
+    simulator::player::say_what_is_left();
+    return code;
 }
 
 }  // extern "C"

@@ -40,7 +40,7 @@ hook_manager_t::hook_manager_t() {
     hook_mng_access = this;
     try {
         _pimpl = capture_for(*this);
-        _worker.start([this](action_t action) {
+        _worker.start([this](const action_t& action) {
             QLX_LOG_INFO("Action {}", action_name(action));
             _executer.process_action(action);
         });

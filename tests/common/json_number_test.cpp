@@ -9,7 +9,7 @@ using nlohmann::json;
 
 TEST(json_number, every_number_has_a_32_bit_value_or_none) {
     struct case_t {
-        const char* text;
+        std::string text;
         std::optional<std::uint32_t> expected;
     };
     const case_t cases[] = {

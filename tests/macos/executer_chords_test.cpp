@@ -31,6 +31,7 @@ constexpr std::uint64_t command = 0x100000;
 
 std::vector<input_value_e> inputs(const std::vector<std::uint32_t>& numbers) {
     std::vector<input_value_e> list;
+    list.reserve(numbers.size());
     for (const std::uint32_t number : numbers) {
         list.push_back(static_cast<input_value_e>(number));
     }

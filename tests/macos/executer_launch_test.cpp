@@ -28,7 +28,7 @@ class executer_launch_test : public testing::Test {
     }
 
     std::filesystem::path commands() {
-        const auto folder = home.path() / "bin";
+        auto folder = home.path() / "bin";
         std::filesystem::create_directories(folder);
         return folder;
     }
@@ -119,7 +119,7 @@ TEST_F(executer_launch_test, a_program_that_cannot_be_opened_leaves_nothing_behi
     simulator::refuse_launch("/Applications/Refused.app");
     lines_t opened;
     for (const auto& [path, failing_call] : cases) {
-        SCOPED_TRACE(path + " " + failing_call);
+        SCOPED_TRACE(testing::Message() << path << " " << failing_call);
         if (!failing_call.empty()) {
             simulator::fail_next(failing_call);
         }

@@ -48,7 +48,7 @@ TEST(hook_manager_decisions, only_middle_and_side_buttons_are_captured) {
 
 TEST(hook_manager_decisions, only_a_lone_horizontal_step_of_a_mouse_is_captured) {
     struct case_t {
-        const char* what;
+        const char* what = "";
         scroll_t scroll;
         std::optional<input> expected;
     };

@@ -102,15 +102,6 @@ TEST(permission_guard, poke_looks_at_once_on_the_calling_thread) {
     EXPECT_FALSE(mute.last_state());
 }
 
-TEST(permission_guard, destruction_waits_for_no_more_than_a_period) {
-    losses_t losses;
-    const auto start = std::chrono::steady_clock::now();
-    { const permission_guard_t guard(seldom, losses.counter()); }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, seldom + 2s);
-    simulator::revoke(permission_e::accessibility);
-    EXPECT_EQ(losses.count, 0);
-}
-
 TEST(permission_guard, moved_guard_goes_on_watching_for_its_new_object) {
     losses_t losses;
     auto from = std::make_unique<permission_guard_t>(at_once, losses.counter());

@@ -124,6 +124,7 @@ TEST_F(program, ends_in_order_on_each_signal_but_not_on_sigpipe) {
                                "Daemon stopped\n", "Uninstall watcher stopped", "Uninstall quit",
                                "Config watcher loop exit: "}))
             << log();
+        EXPECT_EQ(process.errors(), "");  // nothing that the desktop lent is left behind
     }
 }
 

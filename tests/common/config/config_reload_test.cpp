@@ -18,9 +18,12 @@ namespace {
 // Settings of many applications, with `code` bound to every input.
 std::string settings(int code) {
     const auto list = "[{\"action\":" + std::to_string(code) + "}]";
+    const auto bindings = R"(":{"4":)" + list + R"(,"5":)" + list + "}";
     std::string apps = R"("default":{"3":)" + list + "}";
     for (int app = 0; app < 200; ++app) {
-        apps += R"(,"app)" + std::to_string(app) + R"(":{"4":)" + list + R"(,"5":)" + list + "}";
+        apps += R"(,"app)";
+        apps += std::to_string(app);
+        apps += bindings;
     }
     return R"({"appState":[{"type":1,"appConfigs":{)" + apps + R"(}},{"type":2,"appConfigs":{)" +
            apps + "}}]}";

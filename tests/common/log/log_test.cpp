@@ -19,6 +19,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
+constexpr std::size_t line_size = 102'400;
+constexpr std::size_t file_limit = 5'242'880;
+
 std::string content(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -68,22 +71,22 @@ TEST(log, lines_reach_the_file_by_themselves_in_the_programs_format) {
 TEST(log, the_file_rotates_at_5_mib_and_keeps_three_backups) {
     const temporary_home_t home;
     utils::init_log("QlxDaemon", utils::sink_e::file);
-    const std::string kilobytes(100 * 1024, '.');
+    const std::string long_text(line_size, '.');
     for (int line = 0; line < 300; ++line) {  // about 30 MiB: five rotations
-        QLX_LOG_INFO("{} {}", line, kilobytes);
+        QLX_LOG_INFO("{} {}", line, long_text);
     }
     utils::get_logger_runtime(utils::app)->flush();
     std::vector<std::string> names;
     for (const auto& file : fs::directory_iterator(home.log_file().parent_path())) {
         names.push_back(file.path().filename().string());
-        EXPECT_LE(file.file_size(), 5U * 1024 * 1024) << names.back();
+        EXPECT_LE(file.file_size(), file_limit) << names.back();
     }
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"QlxDaemon.1.log", "QlxDaemon.2.log",
                                                "QlxDaemon.3.log", "QlxDaemon.log"}));
     EXPECT_NE(content(home.log_file()).find("] 299 "), std::string::npos);
     const auto backup = content(home.log_file().parent_path() / "QlxDaemon.1.log");
-    EXPECT_GT(backup.size(), 5U * 1024 * 1024 - 2 * kilobytes.size());
+    EXPECT_GT(backup.size(), file_limit - 2 * line_size);
 }
 
 TEST(log, the_console_gets_the_same_format_without_colours_when_it_is_no_terminal) {
