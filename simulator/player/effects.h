@@ -10,7 +10,7 @@ namespace simulator::player {
 // What programs did to the desktop besides posting keys, in words: windows, sound, brightness,
 // pointer events, files and commands. One thread.
 class effects_t {
- public:
+  public:
     // `commands` is the file to which the desktop's `open` and
     // `osascript` append what they were called with; it need not exist yet.
     explicit effects_t(std::filesystem::path commands);
@@ -21,7 +21,7 @@ class effects_t {
     // What has come since the last call, each kind in its own order.
     std::vector<std::string> take();
 
- private:
+  private:
     void _take_windows(std::vector<std::string>& texts);
     void _take_sound(std::vector<std::string>& texts);
     void _take_brightness(std::vector<std::string>& texts);

@@ -74,10 +74,8 @@ struct flag_t {
     const char* name;
 };
 
-constexpr std::array<flag_t, 4> flags_in_order = {{{0x40000, "Control"},
-                                                   {0x80000, "Option"},
-                                                   {0x20000, "Shift"},
-                                                   {0x100000, "Command"}}};
+constexpr std::array<flag_t, 4> flags_in_order = {
+    {{0x40000, "Control"}, {0x80000, "Option"}, {0x20000, "Shift"}, {0x100000, "Command"}}};
 
 }  // namespace
 

@@ -34,7 +34,7 @@ constexpr auto longest_run = std::chrono::minutes(5);
 
 // A folder with everything that belongs to one simulated desktop.
 class workplace_t {
- public:
+  public:
     workplace_t() {
         std::string name = (fs::temp_directory_path() / "qlx-desktop-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
@@ -61,7 +61,7 @@ class workplace_t {
 
     fs::path folder;
 
- private:
+  private:
     // The user's own `open` and `osascript`, which note what they were called with.
     void lay_out() const {
         fs::create_directories(home() / "Library" / "Application Support");
@@ -139,7 +139,7 @@ void show_log(const std::string& log) {
 }
 
 class judge_t {
- public:
+  public:
     void unmet(const std::string& what) { _unmet.push_back(what); }
 
     void expect_lines(const std::string& log, const std::vector<std::string>& texts) {
@@ -178,7 +178,7 @@ class judge_t {
 
     const std::vector<std::string>& all() const { return _unmet; }
 
- private:
+  private:
     std::vector<std::string> _unmet;
 };
 
@@ -188,7 +188,7 @@ std::string trigger_place(const workplace_t& place) {
         return "system";
     }
     return file_text(support_folder(place.home()) / ".uninstall_request") == content ? "user"
-                                                                                      : "none";
+                                                                                     : "none";
 }
 
 void judge_files(const run_t& run, const workplace_t& place, judge_t& judge) {
@@ -269,9 +269,10 @@ int play(const fs::path& daemon, const fs::path& file) {
 int stay(const fs::path& daemon, const fs::path& folder) {
     const workplace_t place(fs::absolute(folder));
     fs::create_directories(front_application(place.root()));
-    std::printf("The daemon runs on a quiet desktop until Ctrl-C.\n"
-                "  its settings file: %s\n  its log file:      %s\n",
-                settings_file(place.home()).c_str(), log_file(place.home()).c_str());
+    std::printf(
+        "The daemon runs on a quiet desktop until Ctrl-C.\n"
+        "  its settings file: %s\n  its log file:      %s\n",
+        settings_file(place.home()).c_str(), log_file(place.home()).c_str());
     const pid_t child = start_daemon(daemon, place, {});
     // Ctrl-C goes to both processes: the daemon ends by it, the player tells how.
     std::signal(SIGINT, SIG_IGN);

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <unistd.h>
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -9,7 +10,6 @@
 #include <fstream>
 #include <functional>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 
 #include "control/desktop.h"
@@ -52,20 +52,29 @@ std::string list_text(const std::vector<std::string>& items) {
 
 std::string button_text(std::int64_t button) {
     switch (button) {
-        case 0: return "left button";
-        case 1: return "right button";
-        case 2: return "middle button";
-        case 3: return "side button 1";
-        case 4: return "side button 2";
-        default: return "button " + std::to_string(button + 1);
+        case 0:
+            return "left button";
+        case 1:
+            return "right button";
+        case 2:
+            return "middle button";
+        case 3:
+            return "side button 1";
+        case 4:
+            return "side button 2";
+        default:
+            return "button " + std::to_string(button + 1);
     }
 }
 
 std::string phase_text(phase_e phase) {
     switch (phase) {
-        case phase_e::down: return "presses ";
-        case phase_e::up: return "releases ";
-        case phase_e::both: return "clicks ";
+        case phase_e::down:
+            return "presses ";
+        case phase_e::up:
+            return "releases ";
+        case phase_e::both:
+            return "clicks ";
     }
     return "";
 }
@@ -76,8 +85,7 @@ bool is_key(const event_record_t& event) {
 
 std::string event_text(const event_record_t& event) {
     if (is_key(event)) {
-        return "key " +
-               key_event_text(event.key_code, event.type == kCGEventKeyDown, event.flags);
+        return "key " + key_event_text(event.key_code, event.type == kCGEventKeyDown, event.flags);
     }
     switch (event.type) {
         case kCGEventScrollWheel:
@@ -200,90 +208,90 @@ void player_t::_play_step(const step_t& step) {
 void player_t::_do(const step_t& step) {
     const device_id_t device = step.device.empty() ? 0 : _devices.at(step.device);
     const std::string with = step.device.empty() ? "" : " of " + _device_name(step);
-    std::visit(
-        overloaded_t{
-            [&](const move_t&) {
-                if (step.over.empty()) {
-                    tell("hand", "moves " + _device_name(step));
-                    move(device, 1, 0);
-                    return;
-                }
-                tell("hand", "moves " + _device_name(step) + " over " + step.over);
-                const CGRect frame = _scenario.applications.at(step.over).frame;
-                move_to(device, {frame.origin.x + frame.size.width / 2,
-                                 frame.origin.y + frame.size.height / 2});
-            },
-            [&](const button_t& button) {
-                tell("hand", phase_text(button.phase) + button_text(button.button) + with);
-                if (button.phase != phase_e::up) {
-                    press(device, button.button);
-                }
-                if (button.phase != phase_e::down) {
-                    release(device, button.button);
-                }
-            },
-            [&](const wheel_t& wheel) {
-                tell("hand", "turns the wheel" + with + ": vertical " +
-                                 std::to_string(wheel.vertical) + ", horizontal " +
-                                 std::to_string(wheel.horizontal));
-                scroll(device, wheel.vertical, wheel.horizontal);
-            },
-            [&](const trackpad_t& trackpad) {
-                tell("hand", "scrolls on the trackpad" + with);
-                scroll(device, trackpad.fields);
-            },
-            [&](const key_t& key) {
-                tell("hand", phase_text(key.phase) + "key " + key_name(key.code) + with);
-                if (key.phase != phase_e::up) {
-                    press_key(device, key.code);
-                }
-                if (key.phase != phase_e::down) {
-                    release_key(device, key.code);
-                }
-            },
-            [&](const connection_t& connection) {
-                if (connection.connected) {
-                    tell("hand", "plugs " + _device_name(step) + " in");
-                    _devices[step.device] = connect(_scenario.devices.at(step.device));
-                } else {
-                    tell("hand", "unplugs " + _device_name(step));
-                    disconnect(device);
-                }
-            },
-            [&](const settings_t& settings) {
-                tell("front", "writes new settings");
-                replace_file(settings_file(_home), settings.text);
-            },
-            [&](const permission_change_t& change) {
-                tell("user", std::string(change.granted ? "grants " : "revokes ") +
-                                 permission_text(change.permission));
-                if (change.granted) {
-                    grant(change.permission);
-                } else {
-                    revoke(change.permission);
-                }
-            },
-            [&](const removal_t& removal) {
-                const std::filesystem::path bundle = front_application(_root);
-                if (removal.how == removal_e::deleted) {
-                    tell("user", "deletes the front application");
-                    std::filesystem::remove_all(bundle);
-                } else {
-                    tell("user", "renames the front application");
-                    std::filesystem::rename(bundle, bundle.string() + ".old");
-                }
-            },
-            [&](const hold_t&) {
-                tell("desktop", "lets the daemon's next answer come too late");
-                hold_next_tap_callback();
-            },
-            [&](const look_t&) {},
-            [&](const stop_t& stop) {
-                tell("hand", "asks the daemon to end (" + std::string(strsignal(stop.signal)) + ")");
-            },
-            [&](const exit_t&) { tell("hand", "waits for the daemon to end by itself"); },
-        },
-        step.deed);
+    std::visit(overloaded_t{
+                   [&](const move_t&) {
+                       if (step.over.empty()) {
+                           tell("hand", "moves " + _device_name(step));
+                           move(device, 1, 0);
+                           return;
+                       }
+                       tell("hand", "moves " + _device_name(step) + " over " + step.over);
+                       const CGRect frame = _scenario.applications.at(step.over).frame;
+                       move_to(device, {frame.origin.x + frame.size.width / 2,
+                                        frame.origin.y + frame.size.height / 2});
+                   },
+                   [&](const button_t& button) {
+                       tell("hand", phase_text(button.phase) + button_text(button.button) + with);
+                       if (button.phase != phase_e::up) {
+                           press(device, button.button);
+                       }
+                       if (button.phase != phase_e::down) {
+                           release(device, button.button);
+                       }
+                   },
+                   [&](const wheel_t& wheel) {
+                       tell("hand", "turns the wheel" + with + ": vertical " +
+                                        std::to_string(wheel.vertical) + ", horizontal " +
+                                        std::to_string(wheel.horizontal));
+                       scroll(device, wheel.vertical, wheel.horizontal);
+                   },
+                   [&](const trackpad_t& trackpad) {
+                       tell("hand", "scrolls on the trackpad" + with);
+                       scroll(device, trackpad.fields);
+                   },
+                   [&](const key_t& key) {
+                       tell("hand", phase_text(key.phase) + "key " + key_name(key.code) + with);
+                       if (key.phase != phase_e::up) {
+                           press_key(device, key.code);
+                       }
+                       if (key.phase != phase_e::down) {
+                           release_key(device, key.code);
+                       }
+                   },
+                   [&](const connection_t& connection) {
+                       if (connection.connected) {
+                           tell("hand", "plugs " + _device_name(step) + " in");
+                           _devices[step.device] = connect(_scenario.devices.at(step.device));
+                       } else {
+                           tell("hand", "unplugs " + _device_name(step));
+                           disconnect(device);
+                       }
+                   },
+                   [&](const settings_t& settings) {
+                       tell("front", "writes new settings");
+                       replace_file(settings_file(_home), settings.text);
+                   },
+                   [&](const permission_change_t& change) {
+                       tell("user", std::string(change.granted ? "grants " : "revokes ") +
+                                        permission_text(change.permission));
+                       if (change.granted) {
+                           grant(change.permission);
+                       } else {
+                           revoke(change.permission);
+                       }
+                   },
+                   [&](const removal_t& removal) {
+                       const std::filesystem::path bundle = front_application(_root);
+                       if (removal.how == removal_e::deleted) {
+                           tell("user", "deletes the front application");
+                           std::filesystem::remove_all(bundle);
+                       } else {
+                           tell("user", "renames the front application");
+                           std::filesystem::rename(bundle, bundle.string() + ".old");
+                       }
+                   },
+                   [&](const hold_t&) {
+                       tell("desktop", "lets the daemon's next answer come too late");
+                       hold_next_tap_callback();
+                   },
+                   [&](const look_t&) {},
+                   [&](const stop_t& stop) {
+                       tell("hand",
+                            "asks the daemon to end (" + std::string(strsignal(stop.signal)) + ")");
+                   },
+                   [&](const exit_t&) { tell("hand", "waits for the daemon to end by itself"); },
+               },
+               step.deed);
 }
 
 void player_t::_look() {
@@ -345,11 +353,11 @@ void player_t::_check_events(const step_t& step, std::size_t first_event) {
         }
         ++caused;
         if (all[index].outcome != *step.expect.event) {
-            _unmet(step.where, event_text(all[index]) + " " + outcome_text(all[index]) +
-                                   "; expected it to be " +
-                                   (*step.expect.event == event_outcome_e::swallowed
-                                        ? "taken by the daemon"
-                                        : "delivered"));
+            _unmet(step.where,
+                   event_text(all[index]) + " " + outcome_text(all[index]) +
+                       "; expected it to be " +
+                       (*step.expect.event == event_outcome_e::swallowed ? "taken by the daemon"
+                                                                         : "delivered"));
         }
     }
     if (caused == 0) {
@@ -376,8 +384,8 @@ void player_t::_check_active_model(const step_t& step) {
     if (met) {
         tell("daemon", "takes model " + model + " for the active mouse");
     } else {
-        _unmet(step.where, "the active model is " + model + "; expected " +
-                               *step.expect.active_model);
+        _unmet(step.where,
+               "the active model is " + model + "; expected " + *step.expect.active_model);
     }
 }
 

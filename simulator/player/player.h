@@ -15,9 +15,9 @@ namespace simulator::player {
 // the screen. It tells on standard output what it does and sees. Its own thread plays; making it
 // and `prepare` belong to the time before main.
 class player_t {
- public:
-    // `home` is the user's home folder, `root` stands for the root of the disk, `report` is the file
-    // that gets what was not met, `commands` is the one that effects_t reads.
+  public:
+    // `home` is the user's home folder, `root` stands for the root of the disk, `report` is the
+    // file that gets what was not met, `commands` is the one that effects_t reads.
     player_t(scenario_t scenario, std::size_t run, std::filesystem::path home,
              std::filesystem::path root, std::filesystem::path report,
              std::filesystem::path commands);
@@ -29,7 +29,7 @@ class player_t {
     // signal where the last step did not.
     void play();
 
- private:
+  private:
     void _play_step(const step_t& step);
     void _do(const step_t& step);
     void _check(const step_t& step, std::size_t first_event);

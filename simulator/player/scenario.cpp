@@ -19,7 +19,7 @@ using json_t = nlohmann::json;
 
 // One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.
 class object_reader_t {
- public:
+  public:
     object_reader_t(const json_t& json, std::string where) : _json(json), _where(std::move(where)) {
         if (!_json.is_object()) {
             fail("must be an object");
@@ -110,7 +110,7 @@ class object_reader_t {
         }
     }
 
- private:
+  private:
     std::string text_of(const std::string& key, const json_t& value) const {
         if (!value.is_string()) {
             fail("\"" + key + "\" must be a text");
@@ -120,10 +120,11 @@ class object_reader_t {
 
     std::int64_t integer_of(const std::string& key, const json_t& value, std::int64_t least,
                             std::int64_t most) const {
-        const bool fits = value.is_number_integer() &&
-                          !(value.is_number_unsigned() &&
-                            value.get<std::uint64_t>() >
-                                static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+        const bool fits =
+            value.is_number_integer() &&
+            !(value.is_number_unsigned() &&
+              value.get<std::uint64_t>() >
+                  static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
         if (!fits || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most) {
             fail("\"" + key + "\" must be a whole number from " + std::to_string(least) + " to " +
                  std::to_string(most));
@@ -191,12 +192,13 @@ const std::map<std::string, permission_e> permission_names = {
     {"input_monitoring", permission_e::input_monitoring}};
 
 const std::map<std::string, std::uint32_t> button_names = {
-    {"left", 0},   {"right", 1},  {"middle", 2}, {"side 1", 3},
+    {"left", 0},   {"right", 1},    {"middle", 2},  {"side 1", 3},
     {"side 2", 4}, {"button 6", 5}, {"button 7", 6}};
 
 phase_e phase_of(const std::string& verb) {
-    return verb.find("press") == 0 ? phase_e::down : verb.find("release") == 0 ? phase_e::up
-                                                                                : phase_e::both;
+    return verb.find("press") == 0     ? phase_e::down
+           : verb.find("release") == 0 ? phase_e::up
+                                       : phase_e::both;
 }
 
 deed_t read_trackpad(object_reader_t& reader) {
@@ -247,30 +249,47 @@ const std::map<std::string, verb_t>& verbs() {
          {true,
           [](object_reader_t& reader, const std::string&) -> deed_t {
               wheel_t wheel;
-              wheel.vertical = static_cast<std::int32_t>(
-                  reader.integer("vertical", -most_steps, most_steps, 0));
+              wheel.vertical =
+                  static_cast<std::int32_t>(reader.integer("vertical", -most_steps, most_steps, 0));
               wheel.horizontal = static_cast<std::int32_t>(
                   reader.integer("horizontal", -most_steps, most_steps, 0));
               return wheel;
           }}},
-        {"trackpad", {true, [](object_reader_t& reader, const std::string&) -> deed_t { return read_trackpad(reader); }}},
+        {"trackpad",
+         {true,
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              return read_trackpad(reader);
+          }}},
         {"press key", {true, read_key}},
         {"release key", {true, read_key}},
         {"tap key", {true, read_key}},
-        {"connect", {true, [](object_reader_t&, const std::string&) -> deed_t { return connection_t{true}; }}},
-        {"disconnect", {true, [](object_reader_t&, const std::string&) -> deed_t { return connection_t{false}; }}},
+        {"connect",
+         {true, [](object_reader_t&, const std::string&) -> deed_t { return connection_t{true}; }}},
+        {"disconnect",
+         {true,
+          [](object_reader_t&, const std::string&) -> deed_t { return connection_t{false}; }}},
         {"write settings",
          {false,
-          [](object_reader_t& reader, const std::string&) -> deed_t { return settings_t{settings_text(reader.need("settings"))}; }}},
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              return settings_t{settings_text(reader.need("settings"))};
+          }}},
         {"grant", {false, read_permission}},
         {"revoke", {false, read_permission}},
         {"delete front application",
-         {false, [](object_reader_t&, const std::string&) -> deed_t { return removal_t{removal_e::deleted}; }}},
+         {false,
+          [](object_reader_t&, const std::string&) -> deed_t {
+              return removal_t{removal_e::deleted};
+          }}},
         {"rename front application",
-         {false, [](object_reader_t&, const std::string&) -> deed_t { return removal_t{removal_e::renamed}; }}},
-        {"hold daemon", {false, [](object_reader_t&, const std::string&) -> deed_t { return hold_t{}; }}},
+         {false,
+          [](object_reader_t&, const std::string&) -> deed_t {
+              return removal_t{removal_e::renamed};
+          }}},
+        {"hold daemon",
+         {false, [](object_reader_t&, const std::string&) -> deed_t { return hold_t{}; }}},
         {"look", {false, [](object_reader_t&, const std::string&) -> deed_t { return look_t{}; }}},
-        {"wait for exit", {false, [](object_reader_t&, const std::string&) -> deed_t { return exit_t{}; }}},
+        {"wait for exit",
+         {false, [](object_reader_t&, const std::string&) -> deed_t { return exit_t{}; }}},
         {"stop",
          {false,
           [](object_reader_t& reader, const std::string&) -> deed_t {

@@ -25,11 +25,11 @@ struct application_t {
 
 // What must be true within the patience of the player once a step has been done.
 struct expectation_t {
-    std::optional<event_outcome_e> event;            // of every event that the step's hand caused
-    std::optional<std::vector<std::string>> keys;    // posted by the daemon since the step before
-    std::optional<std::vector<std::string>> effects; // on the desktop since the step before
+    std::optional<event_outcome_e> event;             // of every event that the step's hand caused
+    std::optional<std::vector<std::string>> keys;     // posted by the daemon since the step before
+    std::optional<std::vector<std::string>> effects;  // on the desktop since the step before
     std::optional<std::string> active_model;
-    std::vector<std::string> log;                    // texts that came since the step before
+    std::vector<std::string> log;  // texts that came since the step before
 };
 
 enum class phase_e { down, up, both };
@@ -90,8 +90,8 @@ struct run_t {
     std::vector<step_t> steps;
     int exit_code = 1;
     std::vector<std::string> log;  // texts that the log of this run must hold, in this order
-    std::optional<std::string> rights_file;       // its whole text after the run
-    std::optional<std::string> uninstall_trigger; // "system", "user" or "none"
+    std::optional<std::string> rights_file;        // its whole text after the run
+    std::optional<std::string> uninstall_trigger;  // "system", "user" or "none"
 };
 
 struct scenario_t {
@@ -99,7 +99,7 @@ struct scenario_t {
     std::optional<std::string> settings;  // the text of the settings file at the start
     std::map<std::string, device_description_t> devices;
     std::map<std::string, application_t> applications;
-    bool system_support_folder = false;   // exists at the start
+    bool system_support_folder = false;  // exists at the start
     std::vector<run_t> runs;
 };
 

@@ -17,7 +17,7 @@ inline constexpr const char* variable_report = "QLX_DESKTOP_REPORT";  // see rep
 inline constexpr const char* variable_root = "QLX_DESKTOP_ROOT";
 
 // What the part inside the daemon's process writes to the report file, a line each.
-inline constexpr const char* report_unmet = "unmet ";  // followed by what was not met
+inline constexpr const char* report_unmet = "unmet ";   // followed by what was not met
 inline constexpr const char* report_begun = "begun";    // a step
 inline constexpr const char* report_played = "played";  // all of them, and looked at
 

@@ -8,13 +8,11 @@
 // the case, so that the reader sees which rule of the platform applies. Any thread, one at a time.
 template <typename ref_t>
 class cpf_t {
- public:
+  public:
     cpf_t() = default;
 
     // Takes over a reference that a Create or Copy call handed out. May be null.
-    [[nodiscard]] static cpf_t adopt(ref_t reference) {
-        return cpf_t(reference);
-    }
+    [[nodiscard]] static cpf_t adopt(ref_t reference) { return cpf_t(reference); }
 
     // Adds an ownership of its own to a reference that a Get call lent. May be null.
     [[nodiscard]] static cpf_t retain(ref_t reference) {
@@ -34,23 +32,15 @@ class cpf_t {
     }
     cpf_t(const cpf_t&) = delete;
     cpf_t& operator=(const cpf_t&) = delete;
-    ~cpf_t() {
-        reset();
-    }
+    ~cpf_t() { reset(); }
 
     // The reference, lent for the lifetime of this object; null when there is none.
-    [[nodiscard]] ref_t get() const {
-        return _reference;
-    }
+    [[nodiscard]] ref_t get() const { return _reference; }
 
-    [[nodiscard]] explicit operator bool() const {
-        return _reference != nullptr;
-    }
+    [[nodiscard]] explicit operator bool() const { return _reference != nullptr; }
 
     // Gives the ownership up to the caller.
-    [[nodiscard]] ref_t release() {
-        return std::exchange(_reference, nullptr);
-    }
+    [[nodiscard]] ref_t release() { return std::exchange(_reference, nullptr); }
 
     void reset() {
         if (_reference != nullptr) {
@@ -64,7 +54,7 @@ class cpf_t {
         return &_reference;
     }
 
- private:
+  private:
     explicit cpf_t(ref_t reference) : _reference(reference) {}
 
     ref_t _reference = nullptr;

@@ -40,7 +40,7 @@ inline std::string text_of(const std::filesystem::path& file) {
 // The real executable as a child process, on a quiet desktop with a home folder and a disk of its
 // own; killed at the end of its scope when it still runs.
 class daemon_process_t {
- public:
+  public:
     using environment_t = std::vector<std::pair<std::string, std::string>>;
 
     // An empty value takes the variable out of the child's environment.
@@ -83,8 +83,8 @@ class daemon_process_t {
     std::string output() const { return text_of(_out); }
     std::string errors() const { return text_of(_error); }
 
-    // The daemon ignores SIGPIPE from the moment at which all of its signal handlers stand, which is
-    // right before its run loop.
+    // The daemon ignores SIGPIPE from the moment at which all of its signal handlers stand, which
+    // is right before its run loop.
     bool wait_until_running() const {
         return wait_until([&] {
             std::ifstream status("/proc/" + std::to_string(_pid) + "/status");
@@ -105,7 +105,7 @@ class daemon_process_t {
         return !_ended ? -2 : WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
- private:
+  private:
     std::filesystem::path _out;
     std::filesystem::path _error;
     pid_t _pid = -1;

@@ -11,7 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 
 class program : public testing::Test {
- protected:
+  protected:
     program() { fs::create_directories(disk() / "Applications" / "QlxControlCenter.app"); }
 
     fs::path disk() const { return home.path() / "disk"; }
@@ -115,14 +115,13 @@ TEST_F(program, ends_in_order_on_each_signal_but_not_on_sigpipe) {
         // Half a second for the quit timer and one for the permission guard's sleep; the rest is
         // room for a busy machine.
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
-        EXPECT_TRUE(log_tells({"[I] [app] [QlxDaemon:log.cpp:", "Logger init success",
-                               "Using user directory: ", "Failed to open config file: ",
-                               "Input Monitoring granted.", "Rights status written to ",
-                               "All required permissions granted, starting daemon.",
-                               "[E] [app] [QlxDaemon:run_daemon.cpp:",
-                               "Ending on signal " + std::to_string(signal) + "\n",
-                               "Daemon stopped\n", "Uninstall watcher stopped", "Uninstall quit",
-                               "Config watcher loop exit: "}))
+        EXPECT_TRUE(log_tells(
+            {"[I] [app] [QlxDaemon:log.cpp:", "Logger init success",
+             "Using user directory: ", "Failed to open config file: ", "Input Monitoring granted.",
+             "Rights status written to ", "All required permissions granted, starting daemon.",
+             "[E] [app] [QlxDaemon:run_daemon.cpp:",
+             "Ending on signal " + std::to_string(signal) + "\n", "Daemon stopped\n",
+             "Uninstall watcher stopped", "Uninstall quit", "Config watcher loop exit: "}))
             << log();
         EXPECT_EQ(process.errors(), "");  // nothing that the desktop lent is left behind
     }
@@ -141,7 +140,8 @@ TEST_F(program, refuses_a_settings_file_of_wrong_types_at_the_start_only) {
     auto process = start();
     ASSERT_TRUE(process.wait_until_running());
     home.write_settings(wrong);
-    EXPECT_TRUE(wait_until([&] { return log_tells({"Config callback threw: " + error}); })) << log();
+    EXPECT_TRUE(wait_until([&] { return log_tells({"Config callback threw: " + error}); }))
+        << log();
     process.signal(SIGTERM);
     EXPECT_EQ(process.wait_for_exit(), 1);
     EXPECT_TRUE(log_tells({"Daemon stopped"}));

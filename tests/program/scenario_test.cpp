@@ -12,7 +12,7 @@ namespace {
 using json_t = nlohmann::json;
 
 class scenario : public testing::Test {
- protected:
+  protected:
     // What the reader says of a scenario; empty when it takes it.
     std::string refusal(const std::string& text) const {
         const auto file = home.path() / "s.json";
@@ -64,8 +64,8 @@ TEST_F(scenario, names_the_step_and_the_key_of_what_it_does_not_know) {
          }) {
         json_t changed = good;
         changed.merge_patch(one.patch);
-        EXPECT_EQ(refusal(changed.dump()).rfind(one.says, 0), 0U)
-            << one.says << "\n" << refusal(changed.dump());
+        EXPECT_EQ(refusal(changed.dump()).rfind(one.says, 0), 0U) << one.says << "\n"
+                                                                  << refusal(changed.dump());
     }
     EXPECT_EQ(refusal("{").rfind(": [json.exception.parse_error", 0), 0U);
 }

@@ -15,7 +15,7 @@
 // Collects what the "app" logger gets from its construction to the end of the test's process, each
 // line as "E message", with the level's letter.
 class log_capture_t {
- public:
+  public:
     log_capture_t() : _sink(std::make_shared<sink_t>()) {
         utils::set_all_logger_sinks(_sink);
         utils::set_all_log_level(spdlog::level::trace);
@@ -50,7 +50,7 @@ class log_capture_t {
         });
     }
 
- private:
+  private:
     struct sink_t : spdlog::sinks::sink {
         void log(const spdlog::details::log_msg& message) override {
             const std::lock_guard lock(mutex);

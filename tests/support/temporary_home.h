@@ -8,7 +8,7 @@
 
 // A home folder of the test's own, named in HOME, and gone with its end. Make it before any thread.
 class temporary_home_t {
- public:
+  public:
     temporary_home_t() {
         std::string name = (std::filesystem::temp_directory_path() / "qlx-test-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
@@ -39,6 +39,6 @@ class temporary_home_t {
         std::filesystem::rename(beside, settings_file());
     }
 
- private:
+  private:
     std::filesystem::path _path;
 };

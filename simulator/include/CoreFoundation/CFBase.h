@@ -1,7 +1,7 @@
 #pragma once
 
-// The base of Core Foundation in the simulated desktop: the platform's names, types and numbers, for
-// the calls that this project makes. On a Mac the platform's own header takes its place.
+// The base of Core Foundation in the simulated desktop: the platform's names, types and numbers,
+// for the calls that this project makes. On a Mac the platform's own header takes its place.
 
 #include <cstddef>
 #include <cstdint>

@@ -12,7 +12,8 @@ namespace simulator {
 // right on a Mac but that this desktop does not know.
 [[noreturn]] void not_modelled(std::string_view function, std::string_view what);
 
-// True when the control interface asked that the next call of `function` fails; uses the request up.
+// True when the control interface asked that the next call of `function` fails; uses the request
+// up.
 bool shall_fail(std::string_view function);
 
 }  // namespace simulator

@@ -8,10 +8,10 @@
 namespace simulator {
 
 // How the desktop reaches a program: messages that a thread of the desktop posts, and that the run
-// loop of the program's thread takes, oldest first over all sources of its mode. This is what stands
-// behind a mach port or a scheduled HID manager. All member functions: any thread.
+// loop of the program's thread takes, oldest first over all sources of its mode. This is what
+// stands behind a mach port or a scheduled HID manager. All member functions: any thread.
 class message_source_t : public std::enable_shared_from_this<message_source_t> {
- public:
+  public:
     using message_t = std::function<void()>;
 
     static std::shared_ptr<message_source_t> make();
@@ -38,7 +38,7 @@ class message_source_t : public std::enable_shared_from_this<message_source_t> {
     struct state_t;
     const std::shared_ptr<state_t>& state() const { return _state; }
 
- private:
+  private:
     explicit message_source_t(std::shared_ptr<state_t> state);
     std::shared_ptr<state_t> _state;
 };

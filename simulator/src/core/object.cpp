@@ -45,23 +45,40 @@ graveyard_t& graveyard() {
 
 const char* type_name(CFTypeID type) {
     switch (static_cast<type_e>(type)) {
-        case type_e::boolean: return "CFBoolean";
-        case type_e::string: return "CFString";
-        case type_e::number: return "CFNumber";
-        case type_e::array: return "CFArray";
-        case type_e::dictionary: return "CFDictionary";
-        case type_e::url: return "CFURL";
-        case type_e::run_loop: return "CFRunLoop";
-        case type_e::run_loop_source: return "CFRunLoopSource";
-        case type_e::run_loop_timer: return "CFRunLoopTimer";
-        case type_e::mach_port: return "CFMachPort";
-        case type_e::event: return "CGEvent";
-        case type_e::event_source: return "CGEventSource";
-        case type_e::hid_manager: return "IOHIDManager";
-        case type_e::hid_device: return "IOHIDDevice";
-        case type_e::hid_element: return "IOHIDElement";
-        case type_e::hid_value: return "IOHIDValue";
-        case type_e::accessibility_element: return "AXUIElement";
+        case type_e::boolean:
+            return "CFBoolean";
+        case type_e::string:
+            return "CFString";
+        case type_e::number:
+            return "CFNumber";
+        case type_e::array:
+            return "CFArray";
+        case type_e::dictionary:
+            return "CFDictionary";
+        case type_e::url:
+            return "CFURL";
+        case type_e::run_loop:
+            return "CFRunLoop";
+        case type_e::run_loop_source:
+            return "CFRunLoopSource";
+        case type_e::run_loop_timer:
+            return "CFRunLoopTimer";
+        case type_e::mach_port:
+            return "CFMachPort";
+        case type_e::event:
+            return "CGEvent";
+        case type_e::event_source:
+            return "CGEventSource";
+        case type_e::hid_manager:
+            return "IOHIDManager";
+        case type_e::hid_device:
+            return "IOHIDDevice";
+        case type_e::hid_element:
+            return "IOHIDElement";
+        case type_e::hid_value:
+            return "IOHIDValue";
+        case type_e::accessibility_element:
+            return "AXUIElement";
     }
     return "an unknown type";
 }

@@ -12,7 +12,7 @@
 namespace simulator {
 
 class object_t {
- public:
+  public:
     object_t() = default;
     object_t(const object_t&) = delete;
     object_t& operator=(const object_t&) = delete;
@@ -72,7 +72,7 @@ derived_t& object_of(CFTypeRef reference, const char* function) {
 // Shares the ownership of a published object, as a container does.
 template <typename derived_t>
 class retained_t {
- public:
+  public:
     retained_t() = default;
     explicit retained_t(CFTypeRef reference) : _reference(reference) {
         if (_reference != nullptr) {
@@ -80,7 +80,8 @@ class retained_t {
         }
     }
     retained_t(const retained_t& other) : retained_t(other._reference) {}
-    retained_t(retained_t&& other) noexcept : _reference(std::exchange(other._reference, nullptr)) {}
+    retained_t(retained_t&& other) noexcept
+        : _reference(std::exchange(other._reference, nullptr)) {}
     retained_t& operator=(retained_t other) noexcept {
         std::swap(_reference, other._reference);
         return *this;
@@ -95,7 +96,7 @@ class retained_t {
     explicit operator bool() const { return _reference != nullptr; }
     derived_t* operator->() const { return &object_of<derived_t>(_reference, "retained_t"); }
 
- private:
+  private:
     CFTypeRef _reference = nullptr;
 };
 

@@ -135,9 +135,8 @@ CFTypeID CFDictionaryGetTypeID() {
     return static_cast<CFTypeID>(simulator::type_e::dictionary);
 }
 
-CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys,
-                                   const void** values, CFIndex count,
-                                   const CFDictionaryKeyCallBacks* key_callbacks,
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
+                                   CFIndex count, const CFDictionaryKeyCallBacks* key_callbacks,
                                    const CFDictionaryValueCallBacks* value_callbacks) {
     simulator::expect_default_allocator(allocator, __func__);
     if (simulator::shall_fail(__func__)) {

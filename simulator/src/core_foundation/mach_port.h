@@ -14,7 +14,7 @@ namespace simulator {
 // A port through which the desktop sends messages to the program. Only event taps hand out ports
 // here. Its run loop source is made by CFMachPortCreateRunLoopSource, once for each port.
 class mach_port_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::mach_port;
 
     // `invalidated` is called once, on the thread that invalidates the port or releases it last,
@@ -27,7 +27,7 @@ class mach_port_t final : public object_t {
     const std::shared_ptr<message_source_t>& messages() const { return _messages; }
     void invalidate();
 
- private:
+  private:
     std::shared_ptr<message_source_t> _messages;
     std::function<void()> _invalidated;
     std::atomic<bool> _valid = true;

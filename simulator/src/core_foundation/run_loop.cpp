@@ -67,7 +67,7 @@ struct message_source_t::state_t {
 namespace {
 
 class run_loop_timer_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::run_loop_timer;
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
@@ -80,7 +80,7 @@ class run_loop_timer_t final : public object_t {
 };
 
 class run_loop_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::run_loop;
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
@@ -220,8 +220,7 @@ void fire_due_timers(run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
             const double missed = std::floor((now - object.next_fire) / object.interval);
             object.next_fire += object.interval * (missed + 1);
         }
-        const auto reference =
-            static_cast<CFRunLoopTimerRef>(const_cast<void*>(timer.reference()));
+        const auto reference = static_cast<CFRunLoopTimerRef>(const_cast<void*>(timer.reference()));
         lock.unlock();
         object.callout(reference, object.info);
         if (once) {
@@ -236,8 +235,9 @@ clock_t::time_point wake_time(const run_loop_t& loop, clock_t::time_point deadli
     const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
     for (const auto& item : loop.timers) {
         const double seconds = std::clamp(item.object->next_fire - now, 0.0, 3600.0);
-        deadline = std::min(deadline, clock_t::now() + std::chrono::duration_cast<clock_t::duration>(
-                                                           std::chrono::duration<double>(seconds)));
+        deadline =
+            std::min(deadline, clock_t::now() + std::chrono::duration_cast<clock_t::duration>(
+                                                    std::chrono::duration<double>(seconds)));
     }
     return deadline;
 }
@@ -288,8 +288,7 @@ std::condition_variable& main_loop_started() {
 message_source_t::message_source_t(std::shared_ptr<state_t> state) : _state(std::move(state)) {}
 
 std::shared_ptr<message_source_t> message_source_t::make() {
-    return std::shared_ptr<message_source_t>(
-        new message_source_t(std::make_shared<state_t>()));
+    return std::shared_ptr<message_source_t>(new message_source_t(std::make_shared<state_t>()));
 }
 
 bool message_source_t::post(message_t message) {
@@ -411,8 +410,9 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime 
     if (callout == nullptr) {
         simulator::misuse(__func__, "there is no callout");
     }
-    if (context != nullptr && (context->version != 0 || context->retain != nullptr ||
-                               context->release != nullptr || context->copyDescription != nullptr)) {
+    if (context != nullptr &&
+        (context->version != 0 || context->retain != nullptr || context->release != nullptr ||
+         context->copyDescription != nullptr)) {
         simulator::not_modelled(__func__, "a context with functions");
     }
     if (simulator::shall_fail(__func__)) {

@@ -20,8 +20,8 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef pat
     if (simulator::shall_fail(__func__) || text.empty() || text.find('\0') != std::string::npos) {
         return nullptr;
     }
-    return static_cast<CFURLRef>(simulator::publish(
-        std::make_unique<simulator::url_t>(text, is_directory != 0), __func__));
+    return static_cast<CFURLRef>(
+        simulator::publish(std::make_unique<simulator::url_t>(text, is_directory != 0), __func__));
 }
 
 }  // extern "C"

@@ -7,11 +7,12 @@
 
 #include "core/object.h"
 
-// The values of Core Foundation: what stands behind the references, for the other parts of the desktop.
+// The values of Core Foundation: what stands behind the references, for the other parts of the
+// desktop.
 namespace simulator {
 
 class string_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::string;
     explicit string_t(std::string utf8) : text(std::move(utf8)) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
@@ -20,7 +21,7 @@ class string_t final : public object_t {
 };
 
 class boolean_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::boolean;
     explicit boolean_t(bool is_true) : value(is_true) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
@@ -29,7 +30,7 @@ class boolean_t final : public object_t {
 };
 
 class number_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::number;
     explicit number_t(std::int64_t number) : value(number) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
@@ -38,7 +39,7 @@ class number_t final : public object_t {
 };
 
 class url_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::url;
     url_t(std::string file_path, bool directory)
         : path(std::move(file_path)), is_directory(directory) {}
@@ -49,7 +50,7 @@ class url_t final : public object_t {
 };
 
 class array_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::array;
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
@@ -58,7 +59,7 @@ class array_t final : public object_t {
 };
 
 class dictionary_t final : public object_t {
- public:
+  public:
     static constexpr type_e type = type_e::dictionary;
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
