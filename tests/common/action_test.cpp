@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
+#include <vector>
 
 using nlohmann::json;
 
@@ -20,42 +22,16 @@ alternative_t make(const std::string& text) {
 }  // namespace
 
 TEST(action, codes_of_the_settings_file_name_their_actions) {
-    const char* const names[] = {
-        "do_nothing",
-        "increase_volume",
-        "decrease_volume",
-        "mute_volume",
-        "increase_brightness",
-        "decrease_brightness",
-        "copy",
-        "cut",
-        "paste",
-        "screenshot",
-        "minimize_window",
-        "maximize_window",
-        "close_window",
-        "open_file",
-        "open_hovered_file",
-        "go_back",
-        "redo",
-        "open_emoji_menu",
-        "open_new_tab",
-        "move_to_left_desktop_tab",
-        "move_to_right_desktop_tab",
-        "swap_keyboard_input_language",
-        "shortcut",
-        "default_action",
-        "wheel_forward",
-        "wheel_backward",
-        "wheel_left",
-        "wheel_right",
-        "open_standard_path_program",
-        "default_action",
-    };
+    std::istringstream names(
+        "do_nothing increase_volume decrease_volume mute_volume increase_brightness "
+        "decrease_brightness copy cut paste screenshot minimize_window maximize_window "
+        "close_window open_file open_hovered_file go_back redo open_emoji_menu open_new_tab "
+        "move_to_left_desktop_tab move_to_right_desktop_tab swap_keyboard_input_language shortcut "
+        "default_action wheel_forward wheel_backward wheel_left wheel_right "
+        "open_standard_path_program default_action");
     int code = 0;
-    for (const char* name : names) {
+    for (std::string name; names >> name; ++code) {
         EXPECT_EQ(name_for(R"({"params":{},"action":)" + std::to_string(code) + "}"), name) << code;
-        ++code;
     }
 }
 
@@ -86,11 +62,10 @@ TEST(action, payloads_take_what_is_usable_and_skip_the_rest) {
     EXPECT_EQ(make<open_standard_path_program_t>(R"({"action":28,"params":{"path":"Mail"}})").path,
               "Mail");
 
-    const auto keys = [](const std::string& combination) {
+    const auto keys = [](const std::string& list) {
+        const auto text = R"({"action":22,"params":{"combination":)" + list + "}}";
         std::vector<int> numbers;
-        for (const auto key :
-             make<shortcut_t>(R"({"action":22,"params":{"combination":)" + combination + "}}")
-                 .combination) {
+        for (const auto key : make<shortcut_t>(text).combination) {
             numbers.push_back(static_cast<int>(key));
         }
         return numbers;

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
+#include <cctype>
+#include <string_view>
 
 #include "program/daemon_process.h"
 #include "support/temporary_home.h"
@@ -47,22 +48,28 @@ const std::string usage =
     "  version — Displays the version\n"
     "\nAlias:\n";
 
+// The text with each digit as 0 and each capital letter as A.
+std::string shape_of(std::string text) {
+    for (char& c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        c = std::isdigit(byte) != 0 ? '0' : std::isupper(byte) != 0 ? 'A' : c;
+    }
+    return text;
+}
+
 TEST_F(program, answers_queries_and_leaves_nothing_behind) {
     struct case_t {
         std::vector<std::string> arguments;
-        std::string output;  // a regular expression
+        std::string output;
         std::string errors;
         int code;
     };
-    const std::string rights = R"(\{"accessibility":false,"input_monitoring":false\}\n)";
-    const std::string version =
-        R"(QLX Query v1\.0\.0\nBuild: [A-Z][a-z]{2} [ 0-9]\d \d{4} \d\d:\d\d:\d\d\n)";
+    const std::string rights = "{\"accessibility\":false,\"input_monitoring\":false}\n";
     for (const case_t& one : std::vector<case_t>{
              {{"check-rights"}, rights, "", 0},
              {{"--request", "check-rights", "extra"}, rights, "", 0},
-             {{"version"}, version, "", 0},
-             {{"list-mice"}, R"(\[\]\n)", "", 0},
-             {{"ls"}, R"(\[\]\n)", "", 0},
+             {{"list-mice"}, "[]\n", "", 0},
+             {{"ls"}, "[]\n", "", 0},
              {{"LIST-MICE"}, "", "Error: unknown command 'LIST-MICE'\n", 1},
              {{"--request"}, "", "Error: unknown command '--request'\n", 1},
              {{"--request", ""}, "", "Error: unknown command ''\n", 1},
@@ -70,10 +77,20 @@ TEST_F(program, answers_queries_and_leaves_nothing_behind) {
         for (const bool with_home : {true, false}) {
             auto process = start(one.arguments, with_home);
             EXPECT_EQ(process.wait_for_exit(), one.code) << one.arguments.back();
-            EXPECT_TRUE(std::regex_match(process.output(), std::regex(one.output)))
-                << process.output();
+            EXPECT_EQ(process.output(), one.output);
             EXPECT_EQ(process.errors(), one.errors);
         }
+    }
+    {
+        auto process = start({"version"}, false);
+        EXPECT_EQ(process.wait_for_exit(), 0);
+        const std::string output = process.output();
+        const std::string first = "QLX Query v1.0.0\nBuild: ";
+        ASSERT_EQ(output.rfind(first, 0), 0U) << output;
+        std::string built = shape_of(output.substr(first.size()));
+        ASSERT_EQ(built.size(), std::string_view("Aaa 00 0000 00:00:00\n").size()) << output;
+        built.replace(0, 5, "Aaa 0");  // the month's name, and a day that may have one digit
+        EXPECT_EQ(built, "Aaa 00 0000 00:00:00\n");
     }
     for (const std::string name : {"help", "-h"}) {
         auto process = start({name});

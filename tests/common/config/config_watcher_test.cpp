@@ -138,7 +138,7 @@ TEST_F(config_watcher, goes_on_when_the_file_system_refuses_to_tell) {
 }
 
 TEST_F(config_watcher, stopping_does_not_wait_for_the_next_look) {
-    // At any point of the thread's life; a lost wake-up would sleep for an hour.
+    // Early in the thread's life or when it sleeps; waiting for the deadline would take an hour.
     for (int round = 0; round < 500; ++round) {
         config_watcher_t watcher(path, 1h, 1h);
         if (round % 2 == 0) {

@@ -33,8 +33,6 @@ TEST(input_manager, holds_one_action_for_each_model_and_input_from_1_to_9) {
                       (std::vector<input_value_e>{input(model), input(number)}));
         }
     }
-    table.store_action(device(7), input(9), copy_t{});
-    EXPECT_EQ(action_name(table.get_action(device(7), input(9))), "copy");
     EXPECT_TRUE(log.lines().empty());
 }
 

@@ -133,24 +133,3 @@ TEST(log, wrong_loggers_are_errors) {
         error_of<std::runtime_error>([] { utils::create_all_logger(utils::app, utils::app); }),
         "Duplicate logger created");
 }
-
-TEST(log, sinks_are_added_and_replaced) {
-    const auto new_sink = [] {
-        return utils::create_sink(utils::sink_e::console, "test", spdlog::level::warn);
-    };
-    const auto sinks = [] { return utils::get_logger_runtime(utils::app)->sinks(); };
-    const auto a = new_sink();
-    const auto b = new_sink();
-    using sinks_t = std::vector<spdlog::sink_ptr>;
-    EXPECT_EQ(a->level(), spdlog::level::warn);
-    utils::set_logger_sinks(utils::app, a);
-    utils::add_logger_sinks(utils::app, b);
-    EXPECT_EQ(sinks(), (sinks_t{a, b}));
-    utils::set_logger_sinks(utils::app, {b, a});
-    EXPECT_EQ(sinks(), (sinks_t{b, a}));
-    utils::set_all_logger_sinks(a);
-    utils::add_all_logger_sinks(b);
-    EXPECT_EQ(sinks(), (sinks_t{a, b}));
-    utils::set_all_logger_sinks({b, a});
-    EXPECT_EQ(sinks(), (sinks_t{b, a}));
-}
