@@ -5,10 +5,8 @@
 #include <sys/types.h>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 // Applications, their windows and what stands in them. Any thread. An application that is not there
@@ -59,10 +57,6 @@ element_id_t part_of(element_id_t window, window_part_e part);
 
 // Takes an element away without its window; a window goes as with close_window.
 void vanish(element_id_t element);
-
-// Lets something happen right before the named Accessibility function next asks an application, as
-// when a window closes between two calls of a program. On that call's thread, with no lock held.
-void before_next_call(std::string_view function, std::function<void()> happens);
 
 // The application whose menu bar, window or background is frontmost at a place, if there is one.
 // Minimised windows do not count.

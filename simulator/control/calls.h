@@ -3,11 +3,15 @@
 #include <functional>
 #include <string>
 
+// Lets something happen between two calls of a program, as when a window closes or a device is
+// unplugged there: `what` runs once, on the thread that makes the next call of the named function
+// and with no lock held. Any thread.
 namespace simulator {
 
-// Lets something happen between two calls of the program: `what` runs once, when the next call of
-// the named function has been answered, on the thread that made the call and with no lock held.
-// Known to the functions for sound and for displays. Any thread.
+// Right before the call asks an application. Known to the functions for Accessibility.
+void before_next_call(std::string function, std::function<void()> what);
+
+// When the call has been answered. Known to the functions for sound and for displays.
 void after_next(std::string function, std::function<void()> what);
 
 }  // namespace simulator

@@ -2,7 +2,7 @@
 
 #include <array>
 #include <cstdio>
-#include <sstream>
+#include <optional>
 #include <utility>
 
 #include "control/applications.h"
@@ -17,7 +17,7 @@ namespace {
 
 std::string change_text(const char* what, float before, float after) {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%s %.2f -> %.2f", what, static_cast<double>(before),
+    std::snprintf(text.data(), text.size(), "%s %.2f → %.2f", what, static_cast<double>(before),
                   static_cast<double>(after));
     return text.data();
 }
@@ -130,13 +130,31 @@ void effects_t::_take_launches(std::vector<std::string>& texts) {
 
 void effects_t::_take_commands(std::vector<std::string>& texts) {
     const std::string all = file_text(_commands);
-    while (true) {
-        const std::size_t end = all.find('\n', _commands_seen);
+    std::size_t at = _commands_seen;
+    // The next word, each ended by a zero byte; nothing when it is not there yet.
+    const auto next = [&]() -> std::optional<std::string> {
+        const std::size_t end = all.find('\0', at);
         if (end == std::string::npos) {
-            return;  // a line that is still being written is taken when it is whole
+            return std::nullopt;
         }
-        texts.push_back("command " + all.substr(_commands_seen, end - _commands_seen));
-        _commands_seen = end + 1;
+        const std::size_t begin = std::exchange(at, end + 1);
+        return all.substr(begin, end - begin);
+    };
+    while (const auto count = next()) {
+        const auto name = next();
+        std::string text = "command " + name.value_or("");
+        for (int left = std::stoi(*count); left > 0; --left) {
+            const auto argument = next();
+            if (!argument) {
+                return;  // still being written
+            }
+            text += " [" + *argument + "]";
+        }
+        if (!name) {
+            return;
+        }
+        texts.push_back(text);
+        _commands_seen = at;
     }
 }
 

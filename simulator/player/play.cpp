@@ -32,6 +32,8 @@ namespace fs = std::filesystem;
 
 constexpr auto longest_run = std::chrono::minutes(5);
 
+volatile pid_t g_daemon = 0;  // for the signal handler of a desktop that stays
+
 // A folder with everything that belongs to one simulated desktop.
 class workplace_t {
   public:
@@ -71,9 +73,7 @@ class workplace_t {
         for (const char* const name : {"open", "osascript"}) {
             const fs::path tool = tools() / name;
             std::ofstream(tool) << "#!/bin/sh\n"
-                                   "line=${0##*/}\n"
-                                   "for argument; do line=\"$line [$argument]\"; done\n"
-                                   "printf '%s\\n' \"$line\" >>\"$"
+                                   "printf '%s\\0' \"$#\" \"${0##*/}\" \"$@\" >>\"$"
                                 << variable_commands << "\"\n";
             fs::permissions(tool, fs::perms::owner_all);
         }
@@ -128,8 +128,22 @@ int wait_for_exit(pid_t child) {
     return code_of(status);
 }
 
+const char* meaning_of(int code) {
+    switch (code) {
+        case 1:
+            return "it stopped, as it was asked to, or failed to start (the log tells)";
+        case 77:
+            return "a permission is missing, or an event tap was disabled; its launcher tries "
+                   "again";
+        default:
+            return "which the daemon itself never uses for a run";
+    }
+}
+
 void show_log(const std::string& log) {
-    std::printf("\nThe daemon's log:\n");
+    std::printf(
+        "\nThe daemon's log (\"Ending on signal\" and \"kevent(wait) failed\" belong to an ordered "
+        "stop):\n");
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
         constexpr std::size_t longest = 160;
@@ -142,6 +156,7 @@ class judge_t {
   public:
     void unmet(const std::string& what) { _unmet.push_back(what); }
 
+    // `log` has its lines as "[E] message".
     void expect_lines(const std::string& log, const std::vector<std::string>& texts) {
         std::size_t at = 0;
         for (const std::string& text : texts) {
@@ -182,13 +197,31 @@ class judge_t {
     std::vector<std::string> _unmet;
 };
 
+// The log without times and places: each line as "[E] message".
+std::string without_places(const std::string& log) {
+    std::string short_log;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t level = line.find("] [");
+        const std::size_t program = line.find("] [QlxDaemon:");
+        const std::size_t message = line.find("] ", program + 3);
+        const bool whole = level != std::string::npos && program != std::string::npos &&
+                           message != std::string::npos;
+        short_log += (whole ? line.substr(level + 2, 4) + line.substr(message + 2) : line) + "\n";
+    }
+    return short_log;
+}
+
+std::vector<fs::path> triggers(const workplace_t& place) {
+    return {support_folder(place.root()) / ".uninstall_request",
+            support_folder(place.home()) / ".uninstall_request"};
+}
+
 std::string trigger_place(const workplace_t& place) {
     const std::string content = "front_removed\n";
-    if (file_text(support_folder(place.root()) / ".uninstall_request") == content) {
-        return "system";
-    }
-    return file_text(support_folder(place.home()) / ".uninstall_request") == content ? "user"
-                                                                                     : "none";
+    const bool system = file_text(triggers(place)[0]) == content;
+    const bool user = file_text(triggers(place)[1]) == content;
+    return system && user ? "both" : system ? "system" : user ? "user" : "none";
 }
 
 void judge_files(const run_t& run, const workplace_t& place, judge_t& judge) {
@@ -208,10 +241,19 @@ std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
                                   const workplace_t& place) {
     const run_t& run = scenario.runs[index];
     const fs::path bundle = front_application(place.root());
-    if (run.front_application) {
-        fs::create_directories(bundle);
-    } else {
-        fs::remove_all(bundle);
+    fs::remove_all(bundle);
+    switch (run.front_application) {
+        case front_application_e::bundle:
+            fs::create_directories(bundle);
+            break;
+        case front_application_e::plain_file:
+            replace_file(bundle, "");
+            break;
+        case front_application_e::nothing:
+            break;
+    }
+    for (const fs::path& trigger : triggers(place)) {
+        fs::remove(trigger);
     }
     fs::remove(place.report());
     const std::size_t log_before = file_text(log_file(place.home())).size();
@@ -225,7 +267,7 @@ std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
     const std::string whole_log = file_text(log_file(place.home()));
     const std::string log = whole_log.substr(std::min(log_before, whole_log.size()));
     show_log(log);
-    std::printf("\nThe daemon ended with exit code %d.\n", code);
+    std::printf("\nThe daemon ended with exit code %d: %s.\n", code, meaning_of(code));
 
     judge_t judge;
     judge.read_report(file_text(place.report()), run);
@@ -233,7 +275,7 @@ std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
         judge.unmet("the exit code is " + std::to_string(code) + "; expected " +
                     std::to_string(run.exit_code));
     }
-    judge.expect_lines(log, run.log);
+    judge.expect_lines(without_places(log), run.log);
     judge_files(run, place, judge);
     return judge.all();
 }
@@ -273,15 +315,20 @@ int stay(const fs::path& daemon, const fs::path& folder) {
         "The daemon runs on a quiet desktop until Ctrl-C.\n"
         "  its settings file: %s\n  its log file:      %s\n",
         settings_file(place.home()).c_str(), log_file(place.home()).c_str());
-    const pid_t child = start_daemon(daemon, place, {});
-    // Ctrl-C goes to both processes: the daemon ends by it, the player tells how.
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGTERM, SIG_IGN);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    // Ctrl-C goes to both processes: the daemon ends by it, the player tells how. Other signals
+    // that reach the player alone are handed on.
+    std::signal(SIGINT, [](int) {});
+    g_daemon = start_daemon(daemon, place, {});
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        std::signal(signal, [](int number) { kill(g_daemon, number); });
     }
-    std::printf("\nThe daemon ended with exit code %d.\n", code_of(status));
-    return 0;
+    int status = 0;
+    while (waitpid(g_daemon, &status, 0) < 0 && errno == EINTR) {
+    }
+    const int code = code_of(status);
+    std::printf("\nThe daemon ended with exit code %d: %s.\n", code, meaning_of(code));
+    constexpr int stopped = 1;
+    return code == stopped ? 0 : 1;
 }
 
 int run(const std::vector<std::string>& arguments) {

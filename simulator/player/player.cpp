@@ -13,8 +13,10 @@
 #include <utility>
 
 #include "control/desktop.h"
+#include "control/objects.h"
 #include "player/key_names.h"
 #include "player/session.h"
+#include "player/words.h"
 
 namespace simulator::player {
 namespace {
@@ -30,101 +32,7 @@ struct overloaded_t : visitors_t... {
 template <typename... visitors_t>
 overloaded_t(visitors_t...) -> overloaded_t<visitors_t...>;
 
-// Waits for something that nobody announces (a line in a file, a write by the daemon).
-bool wait_until(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(glance);
-    }
-    return true;
-}
-
-std::string list_text(const std::vector<std::string>& items) {
-    std::string text;
-    for (const std::string& item : items) {
-        text += (text.empty() ? "" : ", ") + item;
-    }
-    return text.empty() ? "nothing" : text;
-}
-
-std::string button_text(std::int64_t button) {
-    switch (button) {
-        case 0:
-            return "left button";
-        case 1:
-            return "right button";
-        case 2:
-            return "middle button";
-        case 3:
-            return "side button 1";
-        case 4:
-            return "side button 2";
-        default:
-            return "button " + std::to_string(button + 1);
-    }
-}
-
-std::string phase_text(phase_e phase) {
-    switch (phase) {
-        case phase_e::down:
-            return "presses ";
-        case phase_e::up:
-            return "releases ";
-        case phase_e::both:
-            return "clicks ";
-    }
-    return "";
-}
-
-bool is_key(const event_record_t& event) {
-    return event.type == kCGEventKeyDown || event.type == kCGEventKeyUp;
-}
-
-std::string event_text(const event_record_t& event) {
-    if (is_key(event)) {
-        return "key " + key_event_text(event.key_code, event.type == kCGEventKeyDown, event.flags);
-    }
-    switch (event.type) {
-        case kCGEventScrollWheel:
-            return event.scroll.continuous ? "trackpad scroll" : "wheel step";
-        case kCGEventLeftMouseDown:
-        case kCGEventRightMouseDown:
-        case kCGEventOtherMouseDown:
-            return button_text(event.button) + " down";
-        case kCGEventLeftMouseUp:
-        case kCGEventRightMouseUp:
-        case kCGEventOtherMouseUp:
-            return button_text(event.button) + " up";
-        default:
-            return button_text(event.button) + " dragged";
-    }
-}
-
-std::string outcome_text(const event_record_t& event) {
-    switch (event.outcome) {
-        case event_outcome_e::under_way:
-            return "is still under way";
-        case event_outcome_e::swallowed:
-            return "is taken by the daemon, no application sees it";
-        case event_outcome_e::delivered:
-            return "goes to " + application_name(event.delivered_to).value_or("nobody");
-    }
-    return "";
-}
-
-const char* permission_text(permission_e permission) {
-    return permission == permission_e::accessibility ? "Accessibility" : "Input Monitoring";
-}
-
 }  // namespace
-
-void tell(const std::string& who, const std::string& what) {
-    std::printf("%-8s %s\n", who.c_str(), what.c_str());
-    std::fflush(stdout);
-}
 
 player_t::player_t(scenario_t scenario, std::size_t run, std::filesystem::path home,
                    std::filesystem::path root, std::filesystem::path report,
@@ -153,12 +61,20 @@ void player_t::prepare() {
     for (const auto& [name, device] : _scenario.devices) {
         _devices[name] = connect(device);
     }
+    for (const auto& [function, times] : _run.failing_calls) {
+        tell("desktop", "lets the first calls of " + function + " fail: " + std::to_string(times));
+        fail_next(function, times);
+    }
     _effects_source.plug_in();
+    _log_begin = file_text(log_file(_home)).size();
+    _log_read = _log_begin;
 }
 
 void player_t::play() {
-    if (!wait_for_run_loop(std::chrono::hours(1))) {
-        return;
+    while (!wait_for_run_loop(glance)) {
+        if (_ended) {
+            return;
+        }
     }
     tell("daemon", "is running and listens");
     for (const step_t& step : _run.steps) {
@@ -168,13 +84,6 @@ void player_t::play() {
         return std::holds_alternative<stop_t>(step.deed) ||
                std::holds_alternative<exit_t>(step.deed);
     };
-    _look();
-    if (!_keys.empty()) {
-        _unmet("after the last step", "keys that no step expects: " + list_text(_keys));
-    }
-    if (!_effects.empty()) {
-        _unmet("after the last step", "effects that no step expects: " + list_text(_effects));
-    }
     _report(report_played);
     if (_run.steps.empty() || !ends_the_run(_run.steps.back())) {
         tell("hand", "asks the daemon to end (SIGTERM)");
@@ -182,6 +91,32 @@ void player_t::play() {
     } else if (const auto* const stop = std::get_if<stop_t>(&_run.steps.back().deed)) {
         kill(getpid(), stop->signal);
     }
+}
+
+void player_t::daemon_ended() {
+    _ended = true;
+}
+
+void player_t::look_back() {
+    _look();
+    if (!_keys.empty()) {
+        _unmet("at the end", "keys that no step expects: " + list_text(_keys));
+    }
+    if (!_effects.empty()) {
+        _unmet("at the end", "effects that no step expects: " + list_text(_effects));
+    }
+}
+
+// Waits for something that nobody announces (a line in a file, a write by the daemon).
+bool player_t::_wait_until(const std::function<bool()>& condition) const {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (_ended || std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(glance);
+    }
+    return true;
 }
 
 void player_t::_play_step(const step_t& step) {
@@ -197,6 +132,8 @@ void player_t::_play_step(const step_t& step) {
     if (std::exchange(_holding, std::holds_alternative<hold_t>(step.deed))) {
         // The step after a hold has sent its event: its answer comes when the patience is over.
         std::this_thread::sleep_for(too_late);
+        _look();
+        tell("desktop", "has lost patience and disables the daemon's event tap");
         let_tap_callbacks_go();
     }
     if (!settle(run_loop_e::leave)) {
@@ -316,7 +253,7 @@ void player_t::_check(const step_t& step, std::size_t first_event) {
     _look();
     _check_events(step, first_event);
     if (step.expect.keys) {
-        wait_until([&] {
+        _wait_until([&] {
             _look();
             return _keys.size() >= step.expect.keys->size();
         });
@@ -327,7 +264,7 @@ void player_t::_check(const step_t& step, std::size_t first_event) {
         _keys.clear();
     }
     if (step.expect.effects) {
-        wait_until([&] {
+        _wait_until([&] {
             _look();
             return _effects.size() >= step.expect.effects->size();
         });
@@ -372,10 +309,10 @@ void player_t::_check_active_model(const step_t& step) {
     // The daemon says so in its log alone.
     const std::string text = "Active device changed to ";
     std::string model = "-1";
-    const bool met = wait_until([&] {
+    const bool met = _wait_until([&] {
         const std::string log = file_text(log_file(_home));
         const std::size_t last = log.rfind(text);
-        if (last != std::string::npos) {
+        if (last != std::string::npos && last >= _log_begin) {
             const std::size_t begin = last + text.size();
             model = log.substr(begin, log.find(' ', begin) - begin);
         }
@@ -396,7 +333,7 @@ void player_t::_check_log(const step_t& step) {
     for (const std::string& text : step.expect.log) {
         std::size_t found = std::string::npos;
         std::string log;
-        wait_until([&] {
+        _wait_until([&] {
             log = file_text(log_file(_home));
             found = log.find(text, std::min(_log_read, log.size()));
             return found != std::string::npos;

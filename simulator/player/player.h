@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -29,6 +31,12 @@ class player_t {
     // signal where the last step did not.
     void play();
 
+    // The daemon's main function has returned: nothing is waited for any more. Any thread.
+    void daemon_ended();
+
+    // Once `play` has returned and the daemon has ended: reports what no step expected.
+    void look_back();
+
   private:
     void _play_step(const step_t& step);
     void _do(const step_t& step);
@@ -38,6 +46,7 @@ class player_t {
     void _check_active_model(const step_t& step);
     // Takes what came since the last call into the lists of keys and effects, and tells it.
     void _look();
+    bool _wait_until(const std::function<bool()>& condition) const;
     void _unmet(const std::string& where, const std::string& what);
     void _report(const std::string& line);
     std::string _device_name(const step_t& step) const;
@@ -54,10 +63,9 @@ class player_t {
     effects_t _effects_source;
     std::vector<std::string> _keys;     // posted, and not yet expected by a step
     std::vector<std::string> _effects;  // seen, and not yet expected by a step
-    std::size_t _log_read = 0;          // bytes of the log that earlier steps have seen
+    std::size_t _log_begin = 0;         // bytes of the log from earlier runs
+    std::size_t _log_read = 0;          // bytes of the log up to the last text that a step expected
+    std::atomic<bool> _ended = false;
 };
-
-// One line of the player's story: who did what.
-void tell(const std::string& who, const std::string& what);
 
 }  // namespace simulator::player

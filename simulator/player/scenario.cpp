@@ -4,141 +4,22 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
-#include <limits>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "macos/device_mappings.h"
 #include "player/key_names.h"
+#include "player/object_reader.h"
 
 namespace simulator::player {
 namespace {
 
-using json_t = nlohmann::json;
-
-// One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.
-class object_reader_t {
-  public:
-    object_reader_t(const json_t& json, std::string where) : _json(json), _where(std::move(where)) {
-        if (!_json.is_object()) {
-            fail("must be an object");
-        }
-    }
-
-    [[noreturn]] void fail(const std::string& what) const {
-        throw std::runtime_error(_where + ": " + what);
-    }
-
-    const std::string& where() const { return _where; }
-
-    const json_t* find(const std::string& key) {
-        _known.insert(key);
-        const auto found = _json.find(key);
-        return found == _json.end() ? nullptr : &*found;
-    }
-
-    const json_t& need(const std::string& key) {
-        const json_t* const value = find(key);
-        if (value == nullptr) {
-            fail("\"" + key + "\" is missing");
-        }
-        return *value;
-    }
-
-    std::string text(const std::string& key) { return text_of(key, need(key)); }
-    std::string text(const std::string& key, const std::string& otherwise) {
-        const json_t* const value = find(key);
-        return value == nullptr ? otherwise : text_of(key, *value);
-    }
-
-    bool boolean(const std::string& key, bool otherwise) {
-        const json_t* const value = find(key);
-        if (value == nullptr) {
-            return otherwise;
-        }
-        if (!value->is_boolean()) {
-            fail("\"" + key + "\" must be true or false");
-        }
-        return value->get<bool>();
-    }
-
-    std::int64_t integer(const std::string& key, std::int64_t least, std::int64_t most) {
-        return integer_of(key, need(key), least, most);
-    }
-    std::int64_t integer(const std::string& key, std::int64_t least, std::int64_t most,
-                         std::int64_t otherwise) {
-        const json_t* const value = find(key);
-        return value == nullptr ? otherwise : integer_of(key, *value, least, most);
-    }
-
-    std::vector<std::string> texts(const std::string& key) {
-        std::vector<std::string> all;
-        const json_t* const value = find(key);
-        if (value == nullptr) {
-            return all;
-        }
-        if (!value->is_array()) {
-            fail("\"" + key + "\" must be a list of texts");
-        }
-        for (const json_t& item : *value) {
-            all.push_back(text_of(key, item));
-        }
-        return all;
-    }
-
-    template <typename value_t>
-    value_t one_of(const std::string& key, const std::string& given,
-                   const std::map<std::string, value_t>& values) const {
-        const auto found = values.find(given);
-        if (found == values.end()) {
-            std::string known;
-            for (const auto& [name, value] : values) {
-                known += (known.empty() ? "" : ", ") + name;
-            }
-            fail("\"" + key + "\" is \"" + given + "\"; known are: " + known);
-        }
-        return found->second;
-    }
-
-    // Call when everything has been asked for.
-    void finish() const {
-        for (const auto& [key, value] : _json.items()) {
-            if (_known.count(key) == 0) {
-                fail("\"" + key + "\" is not a known key here");
-            }
-        }
-    }
-
-  private:
-    std::string text_of(const std::string& key, const json_t& value) const {
-        if (!value.is_string()) {
-            fail("\"" + key + "\" must be a text");
-        }
-        return value.get<std::string>();
-    }
-
-    std::int64_t integer_of(const std::string& key, const json_t& value, std::int64_t least,
-                            std::int64_t most) const {
-        const bool fits =
-            value.is_number_integer() &&
-            !(value.is_number_unsigned() &&
-              value.get<std::uint64_t>() >
-                  static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
-        if (!fits || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most) {
-            fail("\"" + key + "\" must be a whole number from " + std::to_string(least) + " to " +
-                 std::to_string(most));
-        }
-        return value.get<std::int64_t>();
-    }
-
-    const json_t& _json;
-    std::string _where;
-    std::set<std::string> _known;
-};
-
 // A settings file is given as the object that it holds, or as its text where it is to be broken.
-std::string settings_text(const json_t& value) {
+std::string settings_text(const object_reader_t& reader, const json_t& value) {
+    if (!value.is_string() && !value.is_object()) {
+        reader.fail("\"settings\" must be an object, or a text");
+    }
     return value.is_string() ? value.get<std::string>() : value.dump(4);
 }
 
@@ -271,7 +152,7 @@ const std::map<std::string, verb_t>& verbs() {
         {"write settings",
          {false,
           [](object_reader_t& reader, const std::string&) -> deed_t {
-              return settings_t{settings_text(reader.need("settings"))};
+              return settings_t{settings_text(reader, reader.need("settings"))};
           }}},
         {"grant", {false, read_permission}},
         {"revoke", {false, read_permission}},
@@ -284,6 +165,11 @@ const std::map<std::string, verb_t>& verbs() {
          {false,
           [](object_reader_t&, const std::string&) -> deed_t {
               return removal_t{removal_e::renamed};
+          }}},
+        {"move front application",
+         {false,
+          [](object_reader_t&, const std::string&) -> deed_t {
+              return removal_t{removal_e::moved};
           }}},
         {"hold daemon",
          {false, [](object_reader_t&, const std::string&) -> deed_t { return hold_t{}; }}},
@@ -350,6 +236,91 @@ step_t read_step(const json_t& json, const std::string& where, const scenario_t&
     return step;
 }
 
+// Goes through the steps of a run without playing them: what is not possible when its turn comes is
+// an error of the scenario, not of the daemon.
+class course_t {
+  public:
+    course_t(const scenario_t& scenario, const run_t& run)
+        : _scenario(scenario),
+          _run(run),
+          _bundle(run.front_application == front_application_e::bundle) {
+        for (const auto& [name, device] : scenario.devices) {
+            _connected.insert(name);
+        }
+    }
+
+    void check() {
+        for (std::size_t index = 0; index < _run.steps.size(); ++index) {
+            const step_t& step = _run.steps[index];
+            const step_t* const next =
+                index + 1 < _run.steps.size() ? &_run.steps[index + 1] : nullptr;
+            _check_device(step);
+            if (const auto* const removal = std::get_if<removal_t>(&step.deed);
+                removal != nullptr && !std::exchange(_bundle, false)) {
+                _fail(step, "\"do\" needs the front application, which is not there");
+            }
+            if (std::holds_alternative<hold_t>(step.deed) &&
+                (next == nullptr || !_sends_events(*next))) {
+                _fail(step, "\"do\" needs a step behind it that sends an event");
+            }
+            if (next != nullptr && (std::holds_alternative<stop_t>(step.deed) ||
+                                    std::holds_alternative<exit_t>(step.deed))) {
+                _fail(step, "\"do\" ends the run here, but steps follow");
+            }
+        }
+    }
+
+  private:
+    [[noreturn]] static void _fail(const step_t& step, const std::string& what) {
+        throw std::runtime_error(step.where + ": " + what);
+    }
+
+    static bool _sends_events(const step_t& step) {
+        return std::holds_alternative<button_t>(step.deed) ||
+               std::holds_alternative<wheel_t>(step.deed) ||
+               std::holds_alternative<trackpad_t>(step.deed) ||
+               std::holds_alternative<key_t>(step.deed);
+    }
+
+    void _check_device(const step_t& step) {
+        if (step.device.empty()) {
+            return;
+        }
+        const device_description_t& device = _scenario.devices.at(step.device);
+        if (const auto* const connection = std::get_if<connection_t>(&step.deed)) {
+            const bool is_connected = _connected.count(step.device) > 0;
+            if (connection->connected == is_connected) {
+                _fail(step, "\"device\" " + step.device +
+                                (is_connected ? " is connected already" : " is not connected"));
+            }
+            if (!step.over.empty()) {
+                _fail(step, "\"over\" is not a known key here");
+            }
+            if (connection->connected) {
+                _connected.insert(step.device);
+            } else {
+                _connected.erase(step.device);
+            }
+            return;
+        }
+        const bool keys = std::holds_alternative<key_t>(step.deed);
+        if (_connected.count(step.device) == 0) {
+            _fail(step, "\"device\" " + step.device + " is not connected");
+        }
+        if (keys && !device.has_keyboard) {
+            _fail(step, "\"device\" " + step.device + " has no keyboard");
+        }
+        if ((!keys || !step.over.empty()) && !device.has_pointer) {
+            _fail(step, "\"device\" " + step.device + " has no pointer");
+        }
+    }
+
+    const scenario_t& _scenario;
+    const run_t& _run;
+    std::set<std::string> _connected;
+    bool _bundle;
+};
+
 // Reads the keys of a run from an object that may hold more (a scenario of one run is its own run).
 run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
     run_t run;
@@ -361,7 +332,23 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         }
         inner.finish();
     }
-    run.front_application = reader.boolean("front_application", true);
+    if (const json_t* const front = reader.find("front_application"); front != nullptr) {
+        run.front_application = reader.one_of<front_application_e>(
+            "front_application", front->is_string() ? front->get<std::string>() : front->dump(),
+            {{"true", front_application_e::bundle},
+             {"false", front_application_e::nothing},
+             {"file", front_application_e::plain_file}});
+    }
+    if (const json_t* const calls = reader.find("failing_calls"); calls != nullptr) {
+        object_reader_t inner(*calls, reader.where() + ", \"failing_calls\"");
+        for (const char* const name : {"CGEventTapCreate", "IOHIDManagerCreate"}) {
+            constexpr std::int64_t most = 100;
+            if (const auto times = inner.integer(name, 0, most, 0); times > 0) {
+                run.failing_calls[name] = static_cast<std::size_t>(times);
+            }
+        }
+        inner.finish();
+    }
     const json_t& steps = reader.need("steps");
     if (!steps.is_array()) {
         reader.fail("\"steps\" must be a list");
@@ -370,13 +357,7 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         run.steps.push_back(read_step(
             steps[index], reader.where() + ", step " + std::to_string(index + 1), scenario));
     }
-    for (std::size_t index = 0; index + 1 < run.steps.size(); ++index) {
-        const deed_t& deed = run.steps[index].deed;
-        if (std::holds_alternative<stop_t>(deed) || std::holds_alternative<exit_t>(deed)) {
-            throw std::runtime_error(run.steps[index].where + ": \"do\" ends the run here, but " +
-                                     "steps follow");
-        }
-    }
+    course_t(scenario, run).check();
     if (const json_t* const expect = reader.find("expect"); expect != nullptr) {
         object_reader_t inner(*expect, reader.where() + ", \"expect\"");
         run.exit_code = static_cast<int>(inner.integer("exit_code", 0, 255, 1));
@@ -387,7 +368,7 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         if (inner.find("uninstall_trigger") != nullptr) {
             run.uninstall_trigger = inner.one_of<std::string>(
                 "uninstall_trigger", inner.text("uninstall_trigger"),
-                {{"system", "system"}, {"user", "user"}, {"none", "none"}});
+                {{"system", "system"}, {"user", "user"}, {"both", "both"}, {"none", "none"}});
         }
         inner.finish();
     }
@@ -414,8 +395,20 @@ json_t parse(const std::filesystem::path& file) {
     if (!stream) {
         throw std::runtime_error(file.string() + ": cannot be opened");
     }
+    std::vector<std::set<std::string>> keys;  // of the objects around the place
+    const auto refuse_repetition = [&](int, json_t::parse_event_t event, json_t& parsed) {
+        if (event == json_t::parse_event_t::object_start) {
+            keys.emplace_back();
+        } else if (event == json_t::parse_event_t::object_end) {
+            keys.pop_back();
+        } else if (event == json_t::parse_event_t::key &&
+                   !keys.back().insert(parsed.get<std::string>()).second) {
+            throw std::runtime_error("\"" + parsed.get<std::string>() + "\" stands twice");
+        }
+        return true;
+    };
     try {
-        return json_t::parse(stream);
+        return json_t::parse(stream, refuse_repetition);
     } catch (const std::exception& error) {
         throw std::runtime_error(file.string() + ": " + error.what());
     }
@@ -429,7 +422,7 @@ scenario_t read_scenario(const std::filesystem::path& file) {
     scenario_t scenario;
     scenario.title = reader.text("title");
     if (const json_t* const settings = reader.find("settings"); settings != nullptr) {
-        scenario.settings = settings_text(*settings);
+        scenario.settings = settings_text(reader, *settings);
     }
     scenario.system_support_folder = reader.boolean("system_support_folder", false);
     read_named(reader, "devices", [&](const auto& name, const json_t& value, const auto& where) {

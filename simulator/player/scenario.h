@@ -29,7 +29,7 @@ struct expectation_t {
     std::optional<std::vector<std::string>> keys;     // posted by the daemon since the step before
     std::optional<std::vector<std::string>> effects;  // on the desktop since the step before
     std::optional<std::string> active_model;
-    std::vector<std::string> log;  // texts that came since the step before
+    std::vector<std::string> log;  // texts, after those that an earlier step of the run expected
 };
 
 enum class phase_e { down, up, both };
@@ -60,7 +60,7 @@ struct permission_change_t {
     permission_e permission = permission_e::accessibility;
     bool granted = true;
 };
-enum class removal_e { deleted, renamed };
+enum class removal_e { deleted, renamed, moved };
 struct removal_t {
     removal_e how = removal_e::deleted;
 };
@@ -83,15 +83,20 @@ struct step_t {
     expectation_t expect;
 };
 
+// What stands in the place of the front application's bundle at the start.
+enum class front_application_e { bundle, plain_file, nothing };
+
 // One life of the daemon's process, from its start to its exit code.
 struct run_t {
     std::map<permission_e, bool> permissions;
-    bool front_application = true;  // the front application's bundle is on the disk at the start
+    front_application_e front_application = front_application_e::bundle;
+    std::map<std::string, std::size_t> failing_calls;  // the first calls of these functions fail
     std::vector<step_t> steps;
     int exit_code = 1;
-    std::vector<std::string> log;  // texts that the log of this run must hold, in this order
+    std::vector<std::string> log;  // texts that the log of this run must hold, in this order; where
+                                   // one begins with a level, such as "[E] ", a line begins so
     std::optional<std::string> rights_file;        // its whole text after the run
-    std::optional<std::string> uninstall_trigger;  // "system", "user" or "none"
+    std::optional<std::string> uninstall_trigger;  // "system", "user", "both" or "none"
 };
 
 struct scenario_t {

@@ -10,8 +10,10 @@
 #include <vector>
 
 #include "control/input.h"
+#include "control/kernel_queue.h"
 #include "control/objects.h"
 #include "player/player.h"
+#include "player/words.h"
 
 // Linked into the daemon's executable on a simulated desktop. Where the player started the process,
 // the desktop wakes up right before the daemon's main function (the linker sends the process here
@@ -24,31 +26,52 @@ std::string variable(const char* name) {
     return value == nullptr ? "" : value;
 }
 
-void begin() {
-    const std::string scenario = variable(variable_scenario);
-    if (scenario.empty()) {
-        return;  // a quiet desktop, with both permissions granted
-    }
-    auto player = std::make_shared<player_t>(
-        read_scenario(scenario), std::stoul(variable(variable_run)), variable("HOME"),
-        variable(variable_root), variable(variable_report), variable(variable_commands));
-    player->prepare();
-    // The thread ends with the process: the daemon's end is what it plays for.
-    std::thread([player] {
-        try {
-            player->play();
-        } catch (const std::exception& error) {
-            tell("UNMET", std::string("the player failed: ") + error.what());
-            std::_Exit(2);
+// The hand of this process, and the thread on which it plays.
+class session_t {
+  public:
+    session_t() {
+        const std::string scenario = variable(variable_scenario);
+        if (scenario.empty()) {
+            return;  // a quiet desktop, with both permissions granted
         }
-    }).detach();
-}
+        _player = std::make_unique<player_t>(
+            read_scenario(scenario), std::stoul(variable(variable_run)), variable("HOME"),
+            variable(variable_root), variable(variable_report), variable(variable_commands));
+        _player->prepare();
+        _thread = std::thread([this] {
+            try {
+                _player->play();
+            } catch (const std::exception& error) {
+                tell("UNMET", std::string("the player failed: ") + error.what());
+                std::_Exit(2);
+            }
+        });
+    }
+    session_t(const session_t&) = delete;
+    session_t& operator=(const session_t&) = delete;
+
+    // After the daemon's main function.
+    ~session_t() {
+        if (_player != nullptr) {
+            _player->daemon_ended();
+            _thread.join();
+            _player->look_back();
+        }
+    }
+
+  private:
+    std::unique_ptr<player_t> _player;
+    std::thread _thread;
+};
 
 // What the daemon must have given back by the time its main function returns.
 void say_what_is_left() {
     std::vector<std::string> left = objects_alive();
     if (taps_alive() > 0) {
         left.push_back(std::to_string(taps_alive()) + " event tap(s)");
+    }
+    if (kernel_queues_open() > 0) {
+        left.push_back(std::to_string(kernel_queues_open()) + " kernel queue(s)");
     }
     for (const std::string& what : left) {
         const std::string text = "the daemon leaves behind: " + what;
@@ -69,14 +92,17 @@ int __real_main(int argc, char** argv);
 
 int __wrap_main(int argc, char** argv) {
     try {
-        simulator::player::begin();
+        int code = 0;
+        {
+            const simulator::player::session_t session;
+            code = __real_main(argc, argv);
+        }
+        simulator::player::say_what_is_left();
+        return code;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "Error: %s\n", error.what());
         return 2;
     }
-    const int code = __real_main(argc, argv);
-    simulator::player::say_what_is_left();
-    return code;
 }
 
 }  // extern "C"

@@ -81,10 +81,14 @@ void query_manager_t::print_usage(std::ostream& out, std::string_view program) c
     out << "Usage: " << program << " --request <command> [args...]\n\n"
         << "Available commands:\n";
 
-    const std::shared_lock lock(_mutex);
     std::vector<std::pair<std::string, std::string>> commands;
-    for (const auto& [name, entry] : _entries) {
-        commands.emplace_back(name, entry.description);
+    std::vector<std::pair<std::string, std::string>> aliases;
+    {
+        const std::shared_lock lock(_mutex);
+        for (const auto& [name, entry] : _entries) {
+            commands.emplace_back(name, entry.description);
+        }
+        aliases.assign(_aliases.begin(), _aliases.end());
     }
     std::sort(commands.begin(), commands.end());
     for (const auto& [name, description] : commands) {
@@ -94,11 +98,11 @@ void query_manager_t::print_usage(std::ostream& out, std::string_view program) c
         }
         out << "\n";
     }
-    if (_aliases.empty()) {
+    if (aliases.empty()) {
         return;
     }
     out << "\nAlias:\n";
-    for (const auto& [alias, target] : _aliases) {
+    for (const auto& [alias, target] : aliases) {
         out << "  " << alias << " -> " << target << "\n";
     }
 }

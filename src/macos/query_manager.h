@@ -18,7 +18,7 @@ class query_manager_t {
     using handler_t = std::function<int(const std::vector<std::string>& arguments)>;
 
     struct entry_t {
-        handler_t handler;
+        handler_t handler;        // may be empty: run() then reports the call of an empty function
         std::string description;  // may be empty
     };
 

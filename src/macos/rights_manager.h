@@ -19,14 +19,16 @@ extern const std::string file_path_rights;
 [[nodiscard]] bool check_input_monitoring();
 
 // Replaces the rights file as a whole: whoever reads it, at whatever moment this process is killed
-// and however many write at once, finds the old or the new file. Waits for other writers. Failures
-// are logged and leave the old file. Never throws. Any thread.
+// and however many write at once, finds the old or the new file. Writes `path` + ".tmp" first.
+// Waits for other writers, but not for ever: half a second, then it goes on without their leave.
+// Failures are logged and leave the old file. Never throws. Any thread.
 void write_rights_to_file(bool accessibility, bool input_monitoring,
                           const std::string& path = file_path_rights);
 
 // The content of the rights file, whatever JSON value it is; {"accessibility": false,
 // "input_monitoring": false} when it cannot be opened. A file that is not JSON is logged and gives
-// what could be read before the fault. Waits for a writer that locks the file. Any thread.
+// what could be read before the fault; one nested deeper than 64 levels is logged and gives the
+// object above. Waits for a writer that locks the file, at most half a second. Any thread.
 [[nodiscard]] nlohmann::json read_rights_from_file(const std::string& path = file_path_rights);
 
 // Calls back once when Accessibility goes from granted to not granted. Looks every period from a
@@ -39,7 +41,8 @@ class permission_guard_t {
     permission_guard_t(std::chrono::seconds period, std::function<void()> on_lost);
 
     // Both end the threads of the guards involved before anything changes hands, and so wait up to
-    // one period for each. The process ends when there is no thread to be had.
+    // one period for each. A guard that is assigned to does not watch any more: only poke_now()
+    // works on it. The process ends when there is no thread to be had.
     permission_guard_t(permission_guard_t&& other) noexcept;
     permission_guard_t& operator=(permission_guard_t&& other) noexcept;
     permission_guard_t(const permission_guard_t&) = delete;

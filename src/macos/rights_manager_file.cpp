@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "common/config/config.h"
@@ -20,9 +22,12 @@
 
 namespace {
 
-// What the front application may ever put there is flat. The JSON library prints and copies by
-// recursion, so that a file of many levels would end the process by its stack.
+// What belongs there is flat, but anyone may put something else there. The JSON library prints and
+// copies by recursion, so that a file of many levels would end the process by its stack.
 constexpr int deepest_nesting = 64;
+
+constexpr std::chrono::milliseconds longest_wait_for_lock{500};
+constexpr std::chrono::milliseconds pause_between_tries{2};
 
 struct nested_too_deeply_t : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -46,14 +51,23 @@ class descriptor_t {
 
     bool is_open() const { return _descriptor >= 0; }
 
-    // A file system without locks goes on without them, as the front application does.
+    // A file system without locks is used without them. So is one whose lock another process does
+    // not let go: the daemon must not stand still for a process that does.
     void lock(int operation) const {
-        while (is_open() && flock(_descriptor, operation) != 0 && errno == EINTR) {
+        const auto end = std::chrono::steady_clock::now() + longest_wait_for_lock;
+        while (is_open() && flock(_descriptor, operation | LOCK_NB) != 0 &&
+               (errno == EINTR || errno == EWOULDBLOCK) && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(pause_between_tries);
         }
     }
 
+    // Some file systems cannot do it and say so; the file is as good as it gets there.
     void synchronize() const {
-        if (fsync(_descriptor) != 0) {
+        int result = 0;
+        do {
+            result = fsync(_descriptor);
+        } while (result != 0 && errno == EINTR);
+        if (result != 0 && errno != EINVAL && errno != ENOTSUP) {
             throw std::system_error(errno, std::generic_category(), "fsync");
         }
     }

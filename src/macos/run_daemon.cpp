@@ -28,8 +28,8 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes i
 
 namespace {
 
-// The launcher takes every end but EX_NOPERM for one to start the daemon after, also one that was
-// asked for: only the front application's removal, or the launcher itself, ends it for good.
+// Never 0, also for a stop that was asked for: the launcher starts the daemon again after this code
+// as after EX_NOPERM, and would take 0 for a daemon that has nothing left to do.
 constexpr int exit_stopped = 1;
 
 constexpr CFTimeInterval first_quit_check = 0.1;
@@ -45,7 +45,8 @@ static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler writ
 cpf_t<CFRunLoopTimerRef> g_quit_timer;
 
 // Only notes the signal: the logger takes locks and memory, and a signal that interrupts a thread
-// in the middle of logging would wait for itself for ever. The main thread logs it.
+// in the middle of logging would wait for itself for ever. The main thread logs each kind once,
+// before it stops; one that comes after "Daemon stopped" has nothing left to say.
 void handle_signal(int signal_number) {
     switch (signal_number) {
         case SIGHUP:
@@ -100,6 +101,7 @@ class quit_timer_t {
                                  quit_check_interval, 0, 0, quit_timer_cb, &context));
         if (!g_quit_timer) {
             // Nothing could ever stop the daemon.
+            QLX_LOG_ERROR("CFRunLoopTimerCreate failed");
             throw std::runtime_error("CFRunLoopTimerCreate failed");
         }
         CFRunLoopAddTimer(CFRunLoopGetMain(), g_quit_timer.get(), kCFRunLoopCommonModes);
@@ -116,8 +118,8 @@ class quit_timer_t {
     }
 };
 
-// On the uninstall watcher's thread; also when that watcher is destroyed, so that this line ends
-// the log of a normal stop too.
+// On the uninstall watcher's thread; also when that watcher is destroyed, so that this line stands
+// near the end of the log of every stop.
 void on_uninstall() {
     QLX_LOG_INFO("Uninstall quit");
     utils::_should_quit = true;

@@ -20,52 +20,11 @@ using lines_t = std::vector<std::string>;
 using options_t = simulator::window_options_t;
 
 TEST(nearest_window, looks_at_32_elements_and_no_more) {
-    const struct {
-        int window;  // the element's number: its parent is the next one
-        int top;
-        int found;
-        int looked_at;
-    } cases[] = {
-        {1, 3, 1, 1}, {3, 3, 3, 3}, {4, 3, 0, 3}, {32, 40, 32, 32}, {33, 40, 0, 32},
-    };
-    for (const auto& chain : cases) {
-        int looked_at = 0;
-        const auto is_window = [&](int element) {
-            ++looked_at;
-            return element == chain.window;
-        };
-        const auto parent_of = [&](int element) { return element < chain.top ? element + 1 : 0; };
-        EXPECT_EQ(nearest_window(1, is_window, parent_of), chain.found);
-        EXPECT_EQ(looked_at, chain.looked_at);
-    }
-    const auto nothing = [](int) { return false; };
+    int looked_at = 0;
+    const auto nothing = [&](int) { return ++looked_at, false; };
     const auto itself = [](int element) { return element; };
     EXPECT_EQ(nearest_window(1, nothing, itself), 0) << "a ring of elements";
-}
-
-TEST(window_ways, minimising_prefers_the_attribute_and_maximising_the_button) {
-    const struct {
-        bool settable, set, press;
-        std::string minimize, maximize;  // what was tried, and whether it worked
-    } cases[] = {
-        {true, true, true, "set yes", "press yes"},
-        {true, true, false, "set yes", "press set yes"},
-        {true, false, true, "set no", "press yes"},
-        {true, false, false, "set no", "press set no"},
-        {false, true, true, "press yes", "press yes"},
-        {false, true, false, "press no", "press no"},
-    };
-    for (const auto& way : cases) {
-        std::string tried;
-        const auto settable = [&] { return way.settable; };
-        const auto set = [&] { return tried += "set ", way.set; };
-        const auto press = [&] { return tried += "press ", way.press; };
-        const bool minimized = minimize_by(settable, set, press);
-        EXPECT_EQ(tried + (minimized ? "yes" : "no"), way.minimize);
-        tried.clear();
-        const bool maximized = maximize_by(press, settable, set);
-        EXPECT_EQ(tried + (maximized ? "yes" : "no"), way.maximize);
-    }
+    EXPECT_EQ(looked_at, 32);
 }
 
 // What an action says when it begins and when it fails.
@@ -84,7 +43,7 @@ const window_action_t closing{close_window_under_cursor, "I Close window (hovere
 class executer_window_test : public testing::Test {
   protected:
     executer_window_test() {
-        simulator::move_to(mouse, {120, 80});
+        simulator::move_to(simulator::connect({"mouse", 1, 2}), {120, 80});
         EXPECT_TRUE(simulator::settle(simulator::run_loop_e::leave));
     }
 
@@ -108,77 +67,63 @@ class executer_window_test : public testing::Test {
         EXPECT_EQ(simulator::objects_alive(), lines_t{});
     }
 
+    void all_fail() {
+        for (const auto* action : {&minimizing, &maximizing, &closing}) {
+            expect(*action, false);
+        }
+    }
+
     log_capture_t log;
     const CGRect frame{{0, 0}, {800, 600}};
     const pid_t application = simulator::launch_application("Mail");
-    const simulator::device_id_t mouse = simulator::connect({"mouse", 1, 2});
-};
-
-TEST_F(executer_window_test, the_window_under_the_pointer_changes_and_no_other) {
-    const auto behind = open();
-    const auto window = open();
-    expect(minimizing, true, {"set AXMinimized to true"});
-    EXPECT_TRUE(simulator::window_state(window)->minimized);
-    simulator::bring_to_front(window);
-    expect(maximizing, true, {"pressed AXZoomButton"});
-    EXPECT_TRUE(simulator::window_state(window)->zoomed);
-    expect(closing, true, {"pressed AXCloseButton"});
-    EXPECT_EQ(simulator::window_state(window), std::nullopt);
-    EXPECT_FALSE(simulator::window_state(behind)->minimized);
-}
-
-TEST_F(executer_window_test, a_window_that_lacks_or_refuses_something) {
     const std::string set_minimized = "set AXMinimized to true";
     const std::string set_full_screen = "set AXFullScreen to true";
     const std::string zoom = "pressed AXZoomButton";
+    const lines_t closed{"pressed AXCloseButton"};
+};
+
+TEST_F(executer_window_test, a_window_that_lacks_or_refuses_something) {
     const struct {
         const window_action_t& action;
         options_t options;
         lines_t requests;
         bool works;
     } cases[] = {
+        {minimizing, {}, {set_minimized}, true},
         {minimizing, {.minimized_settable = false}, {"pressed AXMinimizeButton"}, true},
         {minimizing, {.sets_refused = true}, {set_minimized}, false},
         {minimizing, {.has_minimize_button = false, .minimized_settable = false}, {}, false},
-        {minimizing,
-         {.presses_refused = true, .minimized_settable = false},
-         {"pressed AXMinimizeButton"},
-         false},
+        {maximizing, {}, {zoom}, true},
         {maximizing, {.has_zoom_button = false}, {set_full_screen}, true},
         {maximizing, {.presses_refused = true}, {zoom, set_full_screen}, true},
         {maximizing, {.presses_refused = true, .has_full_screen = false}, {zoom}, false},
         {maximizing, {.has_zoom_button = false, .full_screen_settable = false}, {}, false},
         {maximizing, {.has_zoom_button = false, .sets_refused = true}, {set_full_screen}, false},
         {closing, {.has_close_button = false}, {}, false},
-        {closing, {.presses_refused = true}, {"pressed AXCloseButton"}, false},
+        {closing, {.presses_refused = true}, closed, false},
     };
+    const auto behind = open();
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         SCOPED_TRACE(i);
         open(cases[i].options);
         expect(cases[i].action, cases[i].works, cases[i].requests);
     }
+    EXPECT_FALSE(simulator::window_state(behind)->minimized);
 }
 
 TEST_F(executer_window_test, a_window_is_found_from_what_stands_in_it_up_to_32_elements_away) {
     // The walk also looks at the control itself and at the window.
-    for (const std::size_t groups : {0U, 5U, 30U}) {
+    for (const std::size_t groups : {0U, 30U}) {
         open({.control_knows_window = false, .groups_around_control = groups});
-        expect(closing, true, {"pressed AXCloseButton"});
+        expect(closing, true, closed);
     }
     open({.control_knows_window = false, .groups_around_control = 31});
-    for (const auto* action : {&minimizing, &maximizing, &closing}) {
-        expect(*action, false);
-    }
+    all_fail();
     open({.groups_around_control = 31});
-    expect(closing, true, {"pressed AXCloseButton"});
+    expect(closing, true, closed);
 }
 
 TEST_F(executer_window_test, without_a_window_or_the_permission_every_action_says_that_it_failed) {
-    const auto all_fail = [&] {
-        for (const auto* action : {&minimizing, &maximizing, &closing}) {
-            expect(*action, false);
-        }
-    };
     all_fail();  // nothing is there at all
     simulator::show_background(application, frame);
     all_fail();
@@ -189,26 +134,25 @@ TEST_F(executer_window_test, without_a_window_or_the_permission_every_action_say
     simulator::revoke(simulator::permission_e::accessibility);
     all_fail();
     simulator::grant(simulator::permission_e::accessibility);
-    expect(minimizing, true, {"set AXMinimized to true"});
+    expect(minimizing, true, {set_minimized});
 }
 
 TEST_F(executer_window_test, what_vanishes_between_two_calls_is_a_failure) {
+    using part_e = simulator::window_part_e;
     const struct {
         const window_action_t& action;
         std::string call;
-        simulator::window_part_e part;
+        std::optional<part_e> part;  // none: the window
     } cases[] = {
-        {minimizing, "AXUIElementIsAttributeSettable", simulator::window_part_e::control},
-        {minimizing, "AXUIElementSetAttributeValue", simulator::window_part_e::control},
-        {maximizing, "AXUIElementIsAttributeSettable", simulator::window_part_e::control},
-        {closing, "AXUIElementCopyAttributeValue", simulator::window_part_e::control},
-        {closing, "AXUIElementPerformAction", simulator::window_part_e::close_button},
+        {minimizing, "AXUIElementSetAttributeValue", {}},
+        {maximizing, "AXUIElementIsAttributeSettable", {}},
+        {closing, "AXUIElementCopyAttributeValue", {}},
+        {closing, "AXUIElementPerformAction", part_e::close_button},
     };
     for (const auto& [action, call, part] : cases) {
         SCOPED_TRACE(action.begins + " " + call);
         const auto window = open({.has_zoom_button = false});
-        const auto gone =
-            part == simulator::window_part_e::control ? window : simulator::part_of(window, part);
+        const auto gone = part ? simulator::part_of(window, *part) : window;
         simulator::before_next_call(call, [gone] { simulator::vanish(gone); });
         expect(action, false);
         simulator::close_window(window);
@@ -246,18 +190,18 @@ TEST_F(executer_window_test, a_call_that_fails_costs_one_action_at_most) {
         {closing, usual, "CGEventCreate", {}, 0, false},
         {closing, usual, "AXUIElementCreateSystemWide", {}, 0, false},
         {closing, usual, "AXUIElementCopyElementAtPosition", {}, 1, false},
-        {closing, usual, copy, {"pressed AXCloseButton"}, 1, true},   // AXWindow: it is walked to
-        {closing, walked, copy, {"pressed AXCloseButton"}, 2, true},  // AXRole of the control
-        {closing, walked, copy, {}, 3, false},                        // AXParent of the control
-        {closing, walked, copy, {}, 4, false},                        // AXRole of the window
-        {closing, usual, copy, {}, 2, false},                         // AXCloseButton
+        {closing, usual, copy, closed, 1, true},   // AXWindow: it is walked to
+        {closing, walked, copy, closed, 2, true},  // AXRole of the control
+        {closing, walked, copy, {}, 3, false},     // AXParent of the control
+        {closing, walked, copy, {}, 4, false},     // AXRole of the window
+        {closing, usual, copy, {}, 2, false},      // AXCloseButton
         {closing, usual, press, {}, 1, false},
         {minimizing, usual, settable, {"pressed AXMinimizeButton"}, 1, true},
         {minimizing, usual, set, {}, 1, false},
         {minimizing, only_button, copy, {}, 2, false},  // AXMinimizeButton
         {minimizing, only_button, press, {}, 1, false},
-        {maximizing, usual, copy, {"set AXFullScreen to true"}, 2, true},  // AXZoomButton
-        {maximizing, usual, press, {"set AXFullScreen to true"}, 1, true},
+        {maximizing, usual, copy, {set_full_screen}, 2, true},  // AXZoomButton
+        {maximizing, usual, press, {set_full_screen}, 1, true},
         {maximizing, no_zoom, settable, {}, 1, false},
         {maximizing, no_zoom, set, {}, 1, false},
     };
@@ -271,7 +215,7 @@ TEST_F(executer_window_test, a_call_that_fails_costs_one_action_at_most) {
         }
         expect(action, works, requests);
         open();
-        expect(closing, true, {"pressed AXCloseButton"});
+        expect(closing, true, closed);
     }
 }
 

@@ -27,14 +27,9 @@ namespace {
 const std::string trigger_content = "front_removed\n";
 const std::string absent_line = "I Front not present at startup → uninstall";
 const std::string changed_line = "I Front app changed (DELETE/RENAME/REVOKE) → uninstall";
-const std::string stopped_line = "I Uninstall watcher stopped";
 const std::string woken_line =
     "E kevent(wait) failed (errno=" + std::to_string(EBADF) + "), stopping watcher";
-
-std::string content_of(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+const std::string stopped_line = "I Uninstall watcher stopped";
 
 // With a queue opened and closed before, since the simulated desktop frees what stands behind
 // closed queues when the next one is opened.
@@ -86,7 +81,6 @@ TEST_F(uninstall_watcher, every_way_of_going_writes_the_trigger_and_calls_back_o
     } ways[] = {
         {"deleted", [this] { fs::remove_all(bundle); }},
         {"renamed", [this] { fs::rename(bundle, home.path() / "Other.app"); }},
-        {"moved away", [this] { fs::rename(bundle, system / "Front.app"); }},
     };
     for (const auto& [name, go] : ways) {
         SCOPED_TRACE(name);
@@ -106,7 +100,7 @@ TEST_F(uninstall_watcher, every_way_of_going_writes_the_trigger_and_calls_back_o
                   (lines_t{armed_line(), changed_line,
                            "I Wrote uninstall trigger (system): " + system_trigger().string(),
                            stopped_line}));
-        EXPECT_EQ(content_of(system_trigger()), trigger_content);
+        EXPECT_EQ(temporary_home_t::content_of(system_trigger()), trigger_content);
         EXPECT_EQ(quits, 1);
         EXPECT_NE(quit_thread.load(), std::this_thread::get_id());
     }
@@ -124,26 +118,9 @@ TEST_F(uninstall_watcher, front_application_that_is_absent_writes_the_trigger_wi
         watch().reset();
         EXPECT_EQ(log.lines(), (lines_t{absent_line, "I Wrote uninstall trigger (system): " +
                                                          system_trigger().string()}));
-        EXPECT_EQ(content_of(system_trigger()), trigger_content);
+        EXPECT_EQ(temporary_home_t::content_of(system_trigger()), trigger_content);
         EXPECT_EQ(quits, 0);
     }
-}
-
-TEST_F(uninstall_watcher, destruction_ends_the_wait_at_once_and_calls_back_once) {
-    auto watcher = watch();
-    ASSERT_TRUE(log.wait_for(armed_line()));
-    const auto start = std::chrono::steady_clock::now();
-    watcher.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    const auto lines = log.lines();
-    // The thread may have been on its way into the wait still, and then sees the request first.
-    if (lines.size() == 3) {
-        EXPECT_EQ(lines, (lines_t{armed_line(), woken_line, stopped_line}));
-    } else {
-        EXPECT_EQ(lines, (lines_t{armed_line(), stopped_line}));
-    }
-    EXPECT_EQ(quits, 1);
-    EXPECT_FALSE(fs::exists(system_trigger()));
 }
 
 TEST_F(uninstall_watcher, destruction_at_any_moment_of_the_setup_ends_the_thread) {
@@ -158,6 +135,17 @@ TEST_F(uninstall_watcher, destruction_at_any_moment_of_the_setup_ends_the_thread
         watcher.reset();
         ASSERT_LE(quits - before, 1);
     }
+    log.forget();
+    quits = 0;
+    auto watcher = watch();
+    ASSERT_TRUE(log.wait_for(armed_line()));
+    const auto start = std::chrono::steady_clock::now();
+    watcher.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(quits, 1) << "and from the wait always";
+    // The thread may have been on its way into the wait still, and then sees the request first.
+    EXPECT_TRUE(log.lines() == (lines_t{armed_line(), woken_line, stopped_line}) ||
+                log.lines() == (lines_t{armed_line(), stopped_line}));
     EXPECT_EQ(descriptors_open(), descriptors);
     EXPECT_EQ(log.count(stopped_line), static_cast<std::size_t>(quits));
     EXPECT_EQ(log.count(armed_line()), static_cast<std::size_t>(quits));
@@ -194,9 +182,7 @@ TEST_F(uninstall_watcher, signal_that_interrupts_the_wait_does_not_end_it) {
     static std::atomic<int> interruptions{0};
     struct sigaction action {};
     action.sa_handler = [](int) { ++interruptions; };
-    sigemptyset(&action.sa_mask);
     ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-
     auto watcher = watch();
     ASSERT_TRUE(log.wait_for(armed_line()));
     // Only the watcher's thread is left to take the signal.
@@ -206,8 +192,7 @@ TEST_F(uninstall_watcher, signal_that_interrupts_the_wait_does_not_end_it) {
     ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
     for (int sent = 1; sent <= 20; ++sent) {
         kill(getpid(), SIGUSR1);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (interruptions < sent && std::chrono::steady_clock::now() < deadline) {
+        for (int tries = 0; interruptions < sent && tries < 10000; ++tries) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         ASSERT_EQ(interruptions, sent);
@@ -230,12 +215,11 @@ TEST_F(uninstall_watcher, trigger_goes_to_the_system_folder_or_else_to_the_users
         lines_t lines;
         fs::path written;  // empty: none
     } cases[] = {
-        {"system folder",
-         [&] { fs::create_directories(user_folder()); },
-         {"I Wrote uninstall trigger (system): " + system_trigger().string()},
-         system_trigger()},
         {"trigger of an earlier time",
-         [&] { std::ofstream(system_trigger()) << std::string(100, 'x'); },
+         [&] {
+             fs::create_directories(user_folder());
+             std::ofstream(system_trigger()) << std::string(100, 'x');
+         },
          {"I Wrote uninstall trigger (system): " + system_trigger().string()},
          system_trigger()},
         {"no system folder, user folder not made yet",
@@ -270,14 +254,6 @@ TEST_F(uninstall_watcher, trigger_goes_to_the_system_folder_or_else_to_the_users
          },
          {no_folder_line},
          {}},
-        {"plain file for a user folder",
-         [&] {
-             fs::remove(system);
-             fs::create_directories(parent);
-             std::ofstream(user_folder()) << "file";
-         },
-         {no_folder_line},
-         {}},
         {"nowhere to write",
          [&] {
              fs::remove(system);
@@ -298,7 +274,7 @@ TEST_F(uninstall_watcher, trigger_goes_to_the_system_folder_or_else_to_the_users
         EXPECT_EQ(log.lines(), lines);
         for (const auto& trigger : {system_trigger(), user_trigger()}) {
             if (trigger == written) {
-                EXPECT_EQ(content_of(trigger), trigger_content);
+                EXPECT_EQ(temporary_home_t::content_of(trigger), trigger_content);
             } else {
                 EXPECT_FALSE(fs::is_regular_file(trigger)) << trigger;
             }

@@ -49,6 +49,7 @@ class daemon_process_t {
         : _out(folder / "standard-output"), _error(folder / "standard-error") {
         _pid = fork();
         if (_pid == 0) {
+            setpgid(0, 0);  // so that nobody of its own can hide
             for (const auto& [name, value] : environment) {
                 if (value.empty()) {
                     unsetenv(name.c_str());
@@ -78,7 +79,8 @@ class daemon_process_t {
     daemon_process_t(const daemon_process_t&) = delete;
     daemon_process_t& operator=(const daemon_process_t&) = delete;
 
-    pid_t pid() const { return _pid; }
+    // Whether it, or a process that it started, is still there.
+    bool left_anyone() const { return kill(-_pid, 0) == 0; }
     void signal(int number) const { kill(_pid, number); }
     std::string output() const { return text_of(_out); }
     std::string errors() const { return text_of(_error); }

@@ -59,6 +59,13 @@ TEST_F(scenario, names_the_step_and_the_key_of_what_it_does_not_know) {
               ", step 1, \"expect\": \"log\" must be a list of texts"},
              {{{"steps", {{{"do", "stop"}}, {{"do", "look"}}}}},
               ", step 1: \"do\" ends the run here, but steps follow"},
+             {{{"steps", {{{"do", "connect"}, {"device", "mouse"}}}}},
+              ", step 1: \"device\" mouse is connected already"},
+             {{{"steps", {{{"do", "hold daemon"}}, {{"do", "look"}}}}},
+              ", step 1: \"do\" needs a step behind it that sends an event"},
+             {{{"front_application", false}, {"steps", {{{"do", "delete front application"}}}}},
+              ", step 1: \"do\" needs the front application, which is not there"},
+             {{{"settings", 5}}, ": \"settings\" must be an object, or a text"},
              {{{"runs", json_t::array()}, {"steps", nullptr}},
               ": \"runs\" must be a list with at least one run"},
          }) {
@@ -67,6 +74,7 @@ TEST_F(scenario, names_the_step_and_the_key_of_what_it_does_not_know) {
         EXPECT_EQ(refusal(changed.dump()).rfind(one.says, 0), 0U) << one.says << "\n"
                                                                   << refusal(changed.dump());
     }
+    EXPECT_EQ(refusal(R"({"title": "a", "steps": [], "title": "b"})"), ": \"title\" stands twice");
     EXPECT_EQ(refusal("{").rfind(": [json.exception.parse_error", 0), 0U);
 }
 

@@ -14,13 +14,11 @@ struct interface_t {
     unsigned short usage = 0x02;
 };
 
-// What is enumerated from now on; an empty list is the null that the library gives for no devices.
-void attach(std::vector<interface_t> interfaces);
-// Lets the library's start fail from now on.
-void refuse_to_start();
-
-// Starts of the library that have not been ended, and enumerations that have not been freed.
-std::size_t sessions_open();
-std::size_t lists_open();
+// What is enumerated; an empty list is the null that the library gives for no devices.
+inline std::vector<interface_t> attached;
+// Lets the library's start fail.
+inline bool refuses_to_start = false;
+// Starts of the library that have not been ended. None ends before its enumerations are freed.
+inline std::size_t sessions_open = 0;
 
 }  // namespace fake_hidapi

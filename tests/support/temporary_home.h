@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -37,6 +38,12 @@ class temporary_home_t {
         const auto beside = user_data() / "deamon-settings.json.new";
         std::ofstream(beside, std::ios::binary) << text;
         std::filesystem::rename(beside, settings_file());
+    }
+
+    // Empty when there is no such file.
+    static std::string content_of(const std::filesystem::path& file) {
+        std::ifstream stream(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
     }
 
   private:

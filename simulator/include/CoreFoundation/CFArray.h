@@ -14,13 +14,10 @@ extern "C" {
 
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;
 
-CFTypeID CFArrayGetTypeID();
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                          const CFArrayCallBacks* callbacks);
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                        const CFArrayCallBacks* callbacks);
 void CFArrayAppendValue(CFMutableArrayRef array, const void* value);
-CFIndex CFArrayGetCount(CFArrayRef array);
-const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
 
 }  // extern "C"

@@ -34,6 +34,5 @@ extern const CFAllocatorRef kCFAllocatorDefault;
 CFTypeRef CFRetain(CFTypeRef reference);
 void CFRelease(CFTypeRef reference);
 CFTypeID CFGetTypeID(CFTypeRef reference);
-CFIndex CFGetRetainCount(CFTypeRef reference);
 
 }  // extern "C"

@@ -19,17 +19,13 @@ extern "C" {
 extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
 extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
-CFTypeID CFDictionaryGetTypeID();
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
                                    CFIndex count, const CFDictionaryKeyCallBacks* key_callbacks,
                                    const CFDictionaryValueCallBacks* value_callbacks);
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  const CFDictionaryKeyCallBacks* key_callbacks,
                                                  const CFDictionaryValueCallBacks* value_callbacks);
-// Adds the pair unless the key is there; CFDictionarySetValue replaces its value then.
-void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
+// Adds the pair, or replaces the value when the key is there.
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
-CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
-const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
 
 }  // extern "C"

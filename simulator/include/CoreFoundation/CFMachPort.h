@@ -7,7 +7,6 @@ using CFMachPortRef = struct __CFMachPort*;
 
 extern "C" {
 
-CFTypeID CFMachPortGetTypeID();
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port,
                                                  CFIndex order);
 void CFMachPortInvalidate(CFMachPortRef port);

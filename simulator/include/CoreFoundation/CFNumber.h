@@ -16,9 +16,6 @@ extern "C" {
 extern const CFBooleanRef kCFBooleanTrue;
 extern const CFBooleanRef kCFBooleanFalse;
 
-CFTypeID CFBooleanGetTypeID();
-Boolean CFBooleanGetValue(CFBooleanRef boolean);
-
 CFTypeID CFNumberGetTypeID();
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value);
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);

@@ -15,8 +15,6 @@ extern "C" {
 
 CFTypeID CFStringGetTypeID();
 CFStringRef __CFStringMakeConstantString(const char* text);
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
-                                      CFStringEncoding encoding);
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean is_external);
 CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,

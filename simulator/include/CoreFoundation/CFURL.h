@@ -10,7 +10,6 @@ enum CFURLPathStyle : CFIndex {
 
 extern "C" {
 
-CFTypeID CFURLGetTypeID();
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef path,
                                        CFURLPathStyle style, Boolean is_directory);
 

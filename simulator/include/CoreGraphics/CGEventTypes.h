@@ -10,7 +10,6 @@ using CGEventTapProxy = struct __CGEventTapProxy*;
 enum CGMouseButton : std::uint32_t {
     kCGMouseButtonLeft = 0,
     kCGMouseButtonRight = 1,
-    kCGMouseButtonCenter = 2,
 };
 
 enum CGScrollEventUnit : std::uint32_t {
@@ -65,12 +64,10 @@ enum CGEventField : std::uint32_t {
 enum CGEventTapLocation : std::uint32_t {
     kCGHIDEventTap = 0,
     kCGSessionEventTap = 1,
-    kCGAnnotatedSessionEventTap = 2,
 };
 
 enum CGEventTapPlacement : std::uint32_t {
     kCGHeadInsertEventTap = 0,
-    kCGTailAppendEventTap = 1,
 };
 
 enum CGEventTapOptions : std::uint32_t {
@@ -79,9 +76,7 @@ enum CGEventTapOptions : std::uint32_t {
 };
 
 enum CGEventSourceStateID : std::int32_t {
-    kCGEventSourceStatePrivate = -1,
     kCGEventSourceStateCombinedSessionState = 0,
-    kCGEventSourceStateHIDSystemState = 1,
 };
 
 using CGEventMask = std::uint64_t;

@@ -121,25 +121,6 @@ void screen_t::close(element_id_t id) {
     }
 }
 
-void before_call(std::string_view function) {
-    std::function<void()> happens;
-    {
-        const std::lock_guard lock(screen().mutex);
-        const auto found = screen().before_next_call.find(function);
-        if (found == screen().before_next_call.end()) {
-            return;
-        }
-        happens = std::move(found->second);
-        screen().before_next_call.erase(found);
-    }
-    happens();
-}
-
-void before_next_call(std::string_view function, std::function<void()> happens) {
-    const std::lock_guard lock(screen().mutex);
-    screen().before_next_call.insert_or_assign(std::string(function), std::move(happens));
-}
-
 pid_t launch_application(const std::string& process_name) {
     const std::lock_guard lock(screen().mutex);
     return screen().add_application(process_name);

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <string_view>
 
 #include "control/applications.h"
 
@@ -47,7 +48,6 @@ struct screen_t {
     std::vector<window_t> windows;  // the frontmost first
     std::vector<windowless_t> backgrounds;
     std::vector<window_request_t> requests;
-    std::map<std::string, std::function<void()>, std::less<>> before_next_call;
 
     pid_t add_application(const std::string& process_name);
     element_id_t add(element_t element);
@@ -64,9 +64,5 @@ struct screen_t {
 };
 
 screen_t& screen();
-
-// Where an Accessibility function is about to ask an application: lets happen what was to happen
-// then. With no lock held.
-void before_call(std::string_view function);
 
 }  // namespace simulator

@@ -5,6 +5,7 @@
 
 #include "accessibility/applications.h"
 #include "control/permissions.h"
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core/object.h"
 #include "core_foundation/values.h"

@@ -7,35 +7,60 @@
 namespace simulator {
 namespace {
 
-struct expected_t {
-    std::mutex mutex;
-    std::multimap<std::string, std::function<void()>, std::less<>> calls;
+// What waits for calls, in the order in which it was asked for.
+class waiting_t {
+  public:
+    void add(std::string function, std::function<void()> what) {
+        const std::lock_guard lock(_mutex);
+        _waiting.emplace(std::move(function), std::move(what));
+    }
+
+    void run_next(std::string_view function) {
+        std::function<void()> what;
+        {
+            const std::lock_guard lock(_mutex);
+            const auto found = _waiting.lower_bound(function);
+            if (found == _waiting.end() || found->first != function) {
+                return;
+            }
+            what = std::move(found->second);
+            _waiting.erase(found);
+        }
+        what();
+    }
+
+  private:
+    std::mutex _mutex;
+    std::multimap<std::string, std::function<void()>, std::less<>> _waiting;
 };
 
-expected_t& expected() {
-    static auto* const all = new expected_t;  // outlives every static object of the program
+// Both outlive every static object of the program.
+waiting_t& before_calls() {
+    static auto* const all = new waiting_t;
+    return *all;
+}
+
+waiting_t& after_calls() {
+    static auto* const all = new waiting_t;
     return *all;
 }
 
 }  // namespace
 
+void before_next_call(std::string function, std::function<void()> what) {
+    before_calls().add(std::move(function), std::move(what));
+}
+
 void after_next(std::string function, std::function<void()> what) {
-    const std::lock_guard lock(expected().mutex);
-    expected().calls.emplace(std::move(function), std::move(what));
+    after_calls().add(std::move(function), std::move(what));
+}
+
+void before_call(std::string_view function) {
+    before_calls().run_next(function);
 }
 
 call_t::~call_t() {
-    std::function<void()> what;
-    {
-        const std::lock_guard lock(expected().mutex);
-        const auto found = expected().calls.find(_function);
-        if (found == expected().calls.end()) {
-            return;
-        }
-        what = std::move(found->second);
-        expected().calls.erase(found);
-    }
-    what();
+    after_calls().run_next(_function);
 }
 
 }  // namespace simulator

@@ -194,9 +194,4 @@ CFTypeID CFGetTypeID(CFTypeRef reference) {
     return simulator::object_of(reference, "CFGetTypeID").type_id();
 }
 
-CFIndex CFGetRetainCount(CFTypeRef reference) {
-    const std::lock_guard lock(simulator::table().mutex);
-    return static_cast<CFIndex>(simulator::entry_of(reference, "CFGetRetainCount").owners);
-}
-
 }  // extern "C"

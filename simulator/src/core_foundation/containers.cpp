@@ -7,6 +7,12 @@
 namespace simulator {
 namespace {
 
+void expect_items(const void* const* items, CFIndex count, const char* function) {
+    if (count < 0 || (items == nullptr && count > 0)) {
+        misuse(function, "there are no such items");
+    }
+}
+
 std::unique_ptr<array_t> make_array(const CFArrayCallBacks* callbacks, bool is_mutable,
                                     const char* function) {
     if (callbacks != &kCFTypeArrayCallBacks) {
@@ -44,14 +50,6 @@ void put(dictionary_t& dictionary, const void* key, const void* value, bool repl
     dictionary.items.emplace_back(retained_t<string_t>(key), retained_t<object_t>(value));
 }
 
-dictionary_t& mutable_dictionary(CFMutableDictionaryRef reference, const char* function) {
-    auto& dictionary = object_of<dictionary_t>(reference, function);
-    if (!dictionary.is_mutable) {
-        misuse(function, "the dictionary is immutable");
-    }
-    return dictionary;
-}
-
 // A mutable container is the same object under a reference type that is not const.
 template <typename mutable_ref_t>
 mutable_ref_t mutable_reference(CFTypeRef reference) {
@@ -79,20 +77,17 @@ const CFArrayCallBacks kCFTypeArrayCallBacks = {0};
 const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {0};
 const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {0};
 
-CFTypeID CFArrayGetTypeID() {
-    return static_cast<CFTypeID>(simulator::type_e::array);
-}
-
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                          const CFArrayCallBacks* callbacks) {
     simulator::expect_default_allocator(allocator, __func__);
-    if (simulator::shall_fail(__func__)) {
-        return nullptr;
-    }
+    simulator::expect_items(values, count, __func__);
     auto array = simulator::make_array(callbacks, false, __func__);
     for (CFIndex index = 0; index < count; ++index) {
         object_of(values[index], __func__);
         array->values.emplace_back(values[index]);
+    }
+    if (simulator::shall_fail(__func__)) {
+        return nullptr;
     }
     return static_cast<CFArrayRef>(simulator::publish(std::move(array), __func__));
 }
@@ -103,11 +98,12 @@ CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFIndex capacit
     if (capacity < 0) {
         simulator::misuse(__func__, "the capacity is negative");
     }
+    auto array = simulator::make_array(callbacks, true, __func__);
     if (simulator::shall_fail(__func__)) {
         return nullptr;
     }
     return simulator::mutable_reference<CFMutableArrayRef>(
-        simulator::publish(simulator::make_array(callbacks, true, __func__), __func__));
+        simulator::publish(std::move(array), __func__));
 }
 
 void CFArrayAppendValue(CFMutableArrayRef array, const void* value) {
@@ -119,32 +115,18 @@ void CFArrayAppendValue(CFMutableArrayRef array, const void* value) {
     target.values.emplace_back(value);
 }
 
-CFIndex CFArrayGetCount(CFArrayRef array) {
-    return static_cast<CFIndex>(object_of<simulator::array_t>(array, __func__).values.size());
-}
-
-const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
-    const auto& values = object_of<simulator::array_t>(array, __func__).values;
-    if (index < 0 || static_cast<std::size_t>(index) >= values.size()) {
-        simulator::misuse(__func__, "the index is out of range");
-    }
-    return values[static_cast<std::size_t>(index)].reference();
-}
-
-CFTypeID CFDictionaryGetTypeID() {
-    return static_cast<CFTypeID>(simulator::type_e::dictionary);
-}
-
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
                                    CFIndex count, const CFDictionaryKeyCallBacks* key_callbacks,
                                    const CFDictionaryValueCallBacks* value_callbacks) {
     simulator::expect_default_allocator(allocator, __func__);
-    if (simulator::shall_fail(__func__)) {
-        return nullptr;
-    }
+    simulator::expect_items(keys, count, __func__);
+    simulator::expect_items(values, count, __func__);
     auto dictionary = simulator::make_dictionary(key_callbacks, value_callbacks, false, __func__);
     for (CFIndex index = 0; index < count; ++index) {
         simulator::put(*dictionary, keys[index], values[index], false, __func__);
+    }
+    if (simulator::shall_fail(__func__)) {
+        return nullptr;
     }
     return static_cast<CFDictionaryRef>(simulator::publish(std::move(dictionary), __func__));
 }
@@ -156,32 +138,20 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(
     if (capacity < 0) {
         simulator::misuse(__func__, "the capacity is negative");
     }
+    auto dictionary = simulator::make_dictionary(key_callbacks, value_callbacks, true, __func__);
     if (simulator::shall_fail(__func__)) {
         return nullptr;
     }
-    auto dictionary = simulator::make_dictionary(key_callbacks, value_callbacks, true, __func__);
     return simulator::mutable_reference<CFMutableDictionaryRef>(
         simulator::publish(std::move(dictionary), __func__));
 }
 
-void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
-    auto& target = simulator::mutable_dictionary(dictionary, __func__);
-    simulator::put(target, key, value, false, __func__);
-}
-
 void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value) {
-    auto& target = simulator::mutable_dictionary(dictionary, __func__);
+    auto& target = object_of<simulator::dictionary_t>(dictionary, __func__);
+    if (!target.is_mutable) {
+        simulator::misuse(__func__, "the dictionary is immutable");
+    }
     simulator::put(target, key, value, true, __func__);
-}
-
-CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
-    return static_cast<CFIndex>(
-        object_of<simulator::dictionary_t>(dictionary, __func__).items.size());
-}
-
-const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
-    return object_of<simulator::dictionary_t>(dictionary, __func__)
-        .find(object_of<simulator::string_t>(key, __func__).text);
 }
 
 }  // extern "C"

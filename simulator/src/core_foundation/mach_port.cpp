@@ -28,10 +28,6 @@ using simulator::object_of;
 
 extern "C" {
 
-CFTypeID CFMachPortGetTypeID() {
-    return static_cast<CFTypeID>(simulator::type_e::mach_port);
-}
-
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port,
                                                  CFIndex order) {
     simulator::expect_default_allocator(allocator, __func__);

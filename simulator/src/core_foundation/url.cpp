@@ -5,10 +5,6 @@
 
 extern "C" {
 
-CFTypeID CFURLGetTypeID() {
-    return static_cast<CFTypeID>(simulator::type_e::url);
-}
-
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef path,
                                        CFURLPathStyle style, Boolean is_directory) {
     simulator::expect_default_allocator(allocator, __func__);

@@ -15,12 +15,6 @@
 namespace simulator {
 namespace {
 
-void expect_utf8(CFStringEncoding encoding, const char* function) {
-    if (encoding != kCFStringEncodingUTF8 && encoding != kCFStringEncodingASCII) {
-        not_modelled(function, "an encoding other than UTF-8 or ASCII");
-    }
-}
-
 // Whether the bytes are well-formed in the encoding: no stray, overlong or cut-off sequence, no
 // surrogate, nothing beyond U+10FFFF.
 bool well_formed(const std::string& text, CFStringEncoding encoding) {
@@ -64,12 +58,11 @@ bool well_formed(const std::string& text, CFStringEncoding encoding) {
     return true;
 }
 
-CFStringRef create_string(std::string text, CFStringEncoding encoding, const char* function) {
-    expect_utf8(encoding, function);
-    if (shall_fail(function) || !well_formed(text, encoding)) {
-        return nullptr;
+bool is_64_bit(CFNumberType type, const char* function) {
+    if (type != kCFNumberSInt64Type && type != kCFNumberSInt32Type && type != kCFNumberIntType) {
+        not_modelled(function, "the number type " + std::to_string(type));
     }
-    return static_cast<CFStringRef>(publish(std::make_unique<string_t>(std::move(text)), function));
+    return type == kCFNumberSInt64Type;
 }
 
 CFBooleanRef make_boolean(bool value) {
@@ -109,15 +102,6 @@ CFStringRef __CFStringMakeConstantString(const char* text) {
     return string;
 }
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text,
-                                      CFStringEncoding encoding) {
-    simulator::expect_default_allocator(allocator, __func__);
-    if (text == nullptr) {
-        simulator::misuse(__func__, "the text is null");
-    }
-    return simulator::create_string(text, encoding, __func__);
-}
-
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean is_external) {
     simulator::expect_default_allocator(allocator, __func__);
@@ -127,11 +111,18 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes
     if (count < 0 || (bytes == nullptr && count > 0)) {
         simulator::misuse(__func__, "there are no such bytes");
     }
+    if (encoding != kCFStringEncodingUTF8 && encoding != kCFStringEncodingASCII) {
+        simulator::not_modelled(__func__, "an encoding other than UTF-8 or ASCII");
+    }
     std::string text(static_cast<std::size_t>(count), '\0');
     if (count > 0) {
         std::memcpy(text.data(), bytes, static_cast<std::size_t>(count));
     }
-    return simulator::create_string(std::move(text), encoding, __func__);
+    if (simulator::shall_fail(__func__) || !simulator::well_formed(text, encoding)) {
+        return nullptr;
+    }
+    return static_cast<CFStringRef>(
+        simulator::publish(std::make_unique<simulator::string_t>(std::move(text)), __func__));
 }
 
 CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
@@ -144,32 +135,26 @@ CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
     return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
 }
 
-CFTypeID CFBooleanGetTypeID() {
-    return static_cast<CFTypeID>(simulator::type_e::boolean);
-}
-
-Boolean CFBooleanGetValue(CFBooleanRef boolean) {
-    return object_of<simulator::boolean_t>(boolean, __func__).value ? 1 : 0;
-}
-
 CFTypeID CFNumberGetTypeID() {
     return static_cast<CFTypeID>(simulator::type_e::number);
 }
 
 CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const void* value) {
     simulator::expect_default_allocator(allocator, __func__);
+    const bool is_64_bit = simulator::is_64_bit(type, __func__);
+    if (value == nullptr) {
+        simulator::misuse(__func__, "there is no value");
+    }
     if (simulator::shall_fail(__func__)) {
         return nullptr;
     }
     std::int64_t number = 0;
-    if (type == kCFNumberSInt64Type) {
+    if (is_64_bit) {
         std::memcpy(&number, value, sizeof number);
-    } else if (type == kCFNumberSInt32Type || type == kCFNumberIntType) {
+    } else {
         std::int32_t narrow = 0;
         std::memcpy(&narrow, value, sizeof narrow);
         number = narrow;
-    } else {
-        simulator::not_modelled(__func__, "the number type " + std::to_string(type));
     }
     return static_cast<CFNumberRef>(
         simulator::publish(std::make_unique<simulator::number_t>(number), __func__));
@@ -177,15 +162,16 @@ CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType type, const vo
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
     const std::int64_t wide = object_of<simulator::number_t>(number, __func__).value;
+    const bool is_64_bit = simulator::is_64_bit(type, __func__);
+    if (value == nullptr) {
+        simulator::misuse(__func__, "there is no place for the value");
+    }
     if (simulator::shall_fail(__func__)) {
         return 0;
     }
-    if (type == kCFNumberSInt64Type) {
+    if (is_64_bit) {
         std::memcpy(value, &wide, sizeof wide);
         return 1;
-    }
-    if (type != kCFNumberSInt32Type && type != kCFNumberIntType) {
-        simulator::not_modelled(__func__, "the number type " + std::to_string(type));
     }
     // A value that does not fit is cut, and the answer says so.
     const auto narrow = static_cast<std::int32_t>(wide);

@@ -85,6 +85,16 @@ class hold_t {
     state_e _state = state_e::none;
 };
 
+// What the hand can do; a tap that asks for more would wait for it in vain.
+constexpr CGEventMask types_of_the_hand =
+    CGEventMaskBit(kCGEventLeftMouseDown) | CGEventMaskBit(kCGEventLeftMouseUp) |
+    CGEventMaskBit(kCGEventLeftMouseDragged) | CGEventMaskBit(kCGEventRightMouseDown) |
+    CGEventMaskBit(kCGEventRightMouseUp) | CGEventMaskBit(kCGEventRightMouseDragged) |
+    CGEventMaskBit(kCGEventOtherMouseDown) | CGEventMaskBit(kCGEventOtherMouseUp) |
+    CGEventMaskBit(kCGEventOtherMouseDragged) | CGEventMaskBit(kCGEventMouseMoved) |
+    CGEventMaskBit(kCGEventScrollWheel) | CGEventMaskBit(kCGEventKeyDown) |
+    CGEventMaskBit(kCGEventKeyUp) | CGEventMaskBit(kCGEventFlagsChanged);
+
 void notify(const std::shared_ptr<tap_t>& tap, CGEventType reason) {
     tap->messages->post([tap, reason] { tap->call(reason, nullptr); });
 }
@@ -252,6 +262,9 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
     }
     if (options != kCGEventTapOptionDefault) {
         not_modelled(__func__, "options other than the default");
+    }
+    if ((eventsOfInterest & ~simulator::types_of_the_hand) != 0) {
+        not_modelled(__func__, "a type of event that never comes here");
     }
     if (callback == nullptr) {
         simulator::misuse(__func__, "no callback");
