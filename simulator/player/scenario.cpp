@@ -362,6 +362,7 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         object_reader_t inner(*expect, reader.where() + ", \"expect\"");
         run.exit_code = static_cast<int>(inner.integer("exit_code", 0, 255, 1));
         run.log = inner.texts("log");
+        run.left_behind = inner.texts("left_behind");
         if (inner.find("rights_file") != nullptr) {
             run.rights_file = inner.text("rights_file");
         }

@@ -59,19 +59,26 @@ class session_t {
         }
     }
 
+    std::vector<std::string> may_be_left_behind() const {
+        return _player == nullptr ? std::vector<std::string>() : _player->may_be_left_behind();
+    }
+
   private:
     std::unique_ptr<player_t> _player;
     std::thread _thread;
 };
 
-// What the daemon must have given back by the time its main function returns.
-void say_what_is_left() {
+// What the daemon has not given back by the time its main function returns.
+void say_what_is_left(const std::vector<std::string>& expected) {
     std::vector<std::string> left = objects_alive();
     if (taps_alive() > 0) {
         left.push_back(std::to_string(taps_alive()) + " event tap(s)");
     }
     if (kernel_queues_open() > 0) {
         left.push_back(std::to_string(kernel_queues_open()) + " kernel queue(s)");
+    }
+    if (left == expected) {
+        return;
     }
     for (const std::string& what : left) {
         const std::string text = "the daemon leaves behind: " + what;
@@ -93,11 +100,13 @@ int __real_main(int argc, char** argv);
 int __wrap_main(int argc, char** argv) {
     try {
         int code = 0;
+        std::vector<std::string> expected;
         {
             const simulator::player::session_t session;
+            expected = session.may_be_left_behind();
             code = __real_main(argc, argv);
         }
-        simulator::player::say_what_is_left();
+        simulator::player::say_what_is_left(expected);
         return code;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "Error: %s\n", error.what());

@@ -112,7 +112,8 @@ action_t make_action(const nlohmann::json& json) {
         return default_action_t{};
     }
     // The codes are a contract with the front application, which writes them. close_program_t and
-    // double_click_t have none on purpose: no settings file can ask for them.
+    // double_click_t have none on purpose: they are there for the executer and are not offered to
+    // users, so no settings file can ask for them.
     switch (*code) {
         case 0:
             return do_nothing_t{};

@@ -47,7 +47,7 @@ struct shortcut_t {
     // a number that no key can have becomes a value without a key. Never fails.
     explicit shortcut_t(const nlohmann::json& params);
 
-    std::vector<input_value_e> combination;
+    std::vector<input_value_e> combination;  // may be empty; a key that stands twice stays twice
 };
 struct wheel_forward_t {};
 struct wheel_backward_t {};

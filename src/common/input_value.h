@@ -5,7 +5,8 @@
 // The numbers of all three enumerations are a contract with the front application: the settings
 // file carries them, so none may ever change its value.
 
-// What the user did with the mouse (0 to 10), or a keyboard key inside a shortcut (106 to 222).
+// What the user did with the mouse (0 to 10), or a keyboard key inside a shortcut (106 to 222);
+// 11 to 105 are unassigned.
 // Values without a name are still valid values of the type: the settings file may hold any number.
 enum class input_value_e : std::uint32_t {
     none = 0,
@@ -18,6 +19,8 @@ enum class input_value_e : std::uint32_t {
     vertical_scroll_positive = 7,  // never captured
     horizontal_scroll_negative = 8,
     horizontal_scroll_positive = 9,
+    // Cannot be held from its press to its release. Bound, its press is swallowed, its release
+    // passes and nothing runs. Meant: settings in use rely on it.
     corvane_extra_key = 10,
 
     // The keyboard as a PC enumerates it. The holes at 150, 171 and 211 to 218 are keys that a Mac

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "common/log/log.h"
+#include "common/thread.h"
 
 // One background thread that hands the pushed items to one callback, one at a time and in the order
 // of their pushing. The owner calls stop() before it destroys a started worker; a worker destroyed
@@ -25,14 +26,20 @@ class worker_t {
 
     // Starts the thread, which owns `callback` and runs it without any lock held. A standard
     // exception of the callback is logged and the next item goes on; any other ends the process.
-    // Nothing happens when the worker runs already. Throws std::system_error when the system gives
-    // no thread. A stopped worker that is started again goes on with what it still holds.
+    // Nothing happens when the worker runs already. Throws std::system_error ("thread constructor
+    // failed") when the system gives no thread; the worker can then be started again. A stopped
+    // worker that is started again goes on with what it still holds. Only the owner's thread.
     void start(callback_t callback) {
         if (_running.exchange(true)) {
             return;
         }
-        _thread = std::thread(
-            [this, owned = std::move(callback)]() mutable { _event_worker(std::move(owned)); });
+        try {
+            _thread = start_thread(
+                [this, owned = std::move(callback)]() mutable { _event_worker(std::move(owned)); });
+        } catch (...) {
+            _running = false;
+            throw;
+        }
     }
 
     // Any thread. Never waits for the callback. An item pushed after the stop is not executed.
@@ -44,8 +51,8 @@ class worker_t {
         _wake_up.notify_one();
     }
 
-    // Returns when every item queued so far is executed and the thread has ended. Not from the
-    // callback. May be called again, and without a start.
+    // Returns when every item queued so far is executed and the thread has ended. Only the
+    // owner's thread, so not from the callback. May be called again, and without a start.
     void stop() {
         {
             // Under the lock, so that it cannot fall between the thread's look at the flag and its
@@ -82,7 +89,7 @@ class worker_t {
     }
 
     std::deque<item_t> _queue;
-    std::mutex _mutex;  // guards _queue
+    std::mutex _mutex;  // guards _queue, and orders the clearing of _running with the wait
     std::condition_variable _wake_up;
     std::atomic<bool> _running{false};
     std::thread _thread;

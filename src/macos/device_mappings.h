@@ -8,10 +8,10 @@
 
 // One supported product as it identifies itself over USB or Bluetooth.
 struct device_mapping_t {
-    std::uint32_t vendor_id;
-    std::uint32_t product_id;
+    std::uint32_t vendor_id;   // USB or Bluetooth vendor
+    std::uint32_t product_id;  // of that vendor
     qlx_device_e device;
-    std::string_view model_name;
+    std::string_view model_name;  // this and the next for people; capture does not use them
     std::string_view product_name;
 };
 

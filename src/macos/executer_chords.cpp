@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::uint16_t no_key = 0xFFFF;  // what the platform calls no key
+constexpr std::uint16_t no_key = 0xFFFF;  // stands for no key; no input has it
 
 struct modifier_t {
     std::uint16_t code = 0;
@@ -49,8 +49,8 @@ std::vector<key_event_t> chord_events(const std::vector<input_value_e>& modifier
     for (const std::uint16_t code : typed) {
         events.push_back({code, true, flags});
     }
-    // The keys come up in the order in which they went down, so that the first one pressed is not
-    // the last one held and does not begin to repeat.
+    // The keys come up in the order in which they went down, as fingers roll over keys; only the
+    // modifiers nest. Applications see this order, so it stays.
     for (const std::uint16_t code : typed) {
         events.push_back({code, false, flags});
     }

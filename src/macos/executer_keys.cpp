@@ -13,8 +13,13 @@ constexpr std::uint32_t first_modifier = 143;
 constexpr std::uint32_t modifier_hole = 150;
 constexpr std::uint32_t last_modifier = 151;
 
-// The platform's published virtual key codes of the ANSI keyboard, in the order of input_value_e
-// from keyboard_a on. A hole's code is never looked at.
+// The other keys that a Mac does not have.
+constexpr std::uint32_t editing_hole = 171;
+constexpr std::uint32_t first_function_hole = 211;
+constexpr std::uint32_t last_function_hole = 218;
+
+// The platform's virtual key codes of the ANSI keyboard (HIToolbox/Events.h), in the order of
+// input_value_e from keyboard_a on. A hole's code is 0, so that the answer for it is 0 as a whole.
 constexpr std::uint32_t hole = 0;
 constexpr std::array<std::uint32_t, key_count> codes{
     // 106: A to Z
@@ -50,7 +55,8 @@ constexpr std::array<std::uint32_t, key_count> codes{
 constexpr std::array<std::uint32_t, key_count> present = [] {
     std::array<std::uint32_t, key_count> flags{};
     for (std::uint32_t key = first_key; key <= last_key; ++key) {
-        const bool is_hole = key == modifier_hole || key == 171 || (key >= 211 && key <= 218);
+        const bool is_hole = key == modifier_hole || key == editing_hole ||
+                             (key >= first_function_hole && key <= last_function_hole);
         flags[key - first_key] = is_hole ? 0 : vk_present;
     }
     return flags;

@@ -4,13 +4,16 @@
 
 // Opens a file with the application that the system has for it, without waiting for it. `path` is
 // what the settings hold, and goes into a shell command as it stands. Any thread; what fails passes
-// unnoticed, like all that follows. A path with a NUL byte names nothing and opens nothing.
+// unnoticed, like all that follows. A path with a NUL byte names nothing and opens nothing;
+// an empty one is passed on as it is.
 void open_file(const std::string& path);
 
-// Opens the program at `path` (UTF-8, as the settings hold it) through Launch Services.
+// Opens the program at `path` (UTF-8, as the settings hold it; other bytes open nothing) through
+// Launch Services.
 void open_standard_path_program(const std::string& path);
 
-// Goes to the desktop on this side of the current one, and waits for the command that does it.
+// Goes to the desktop to the left, or to the right, of the current one, and waits for the command
+// that does it.
 void switch_desktop_left();
 void switch_desktop_right();
 

@@ -28,9 +28,8 @@ void post_wheel_step(wheel_e direction) {
 void post_double_click() {
     std::optional<CGPoint> location;
     {
-        // The source stays unused on purpose: it is there while the pointer's place is read, and
-        // the clicks come from no source, like the wheel steps, so that no state of a source of our
-        // own gets into them.
+        // Made and left unused on purpose: the clicks come from no source, like the wheel steps, so
+        // that no state of a source of our own gets into them.
         const auto source = cpf_t<CGEventSourceRef>::adopt(
             CGEventSourceCreate(kCGEventSourceStateCombinedSessionState));
         location = pointer_location();

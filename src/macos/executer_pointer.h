@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 
+// A direction of the wheel as the user names it.
 enum class wheel_e { forward, backward, left, right };
 
 // Where the pointer is, in points from the main display's upper left corner; nothing when the
@@ -28,6 +29,7 @@ struct scroll_step_t {
     std::int32_t horizontal;
 };
 
+// The event of one action in this direction: always three lines.
 constexpr scroll_step_t scroll_step(wheel_e direction) {
     constexpr std::int32_t lines = 3;
     switch (direction) {

@@ -57,6 +57,7 @@ bool maximize(const cpf_t<AXUIElementRef>& window) {
                        [&] { return set_true(window, CFSTR("AXFullScreen")); });
 }
 
+// There is no other way: an application is not ended because its window has no close button.
 bool close(const cpf_t<AXUIElementRef>& window) {
     return press(window, CFSTR("AXCloseButton"));
 }

@@ -33,7 +33,8 @@ element_t nearest_window(element_t element, is_window_t is_window, parent_of_t p
 }
 
 // Which way a window is minimised: by its attribute where that can be set, else by its button, and
-// not by the button when the attribute was refused. Each way says whether it worked.
+// not by the button when the attribute was refused: the attribute names the result, and a refusal
+// is the application's answer. Each way says whether it worked.
 template <typename is_settable_t, typename set_t, typename press_t>
 bool minimize_by(is_settable_t attribute_is_settable, set_t set_attribute, press_t press_button) {
     return attribute_is_settable() ? set_attribute() : press_button();

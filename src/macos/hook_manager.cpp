@@ -45,7 +45,9 @@ hook_manager_t::hook_manager_t() {
             _executer.process_action(action);
         });
     } catch (...) {
-        _pimpl.reset();
+        if (_pimpl != nullptr && _pimpl->owner == this) {
+            _pimpl.reset();  // the worker could not start
+        }
         hook_mng_access = nullptr;
         throw;
     }
@@ -64,7 +66,9 @@ bool hook_manager_t::process_event(input_value_e input, button_state_e state,
                                    std::optional<std::string> process_name) {
     // What a button does is decided by its press, for the application that the pointer is over
     // then, and done by its release, wherever that comes: so both halves of a click are swallowed
-    // or both reach the application. The held action is copied, not taken.
+    // or both reach the application. The held action is copied, not taken, so a release whose press
+    // was not seen runs what the button did last. An action that does nothing is queued too: the
+    // log shows every release of a captured button.
     switch (state) {
         case button_state_e::released: {
             action_t action = get_action(current_active_mouse.load(), input);
@@ -79,8 +83,9 @@ bool hook_manager_t::process_event(input_value_e input, button_state_e state,
             return swallow;
         }
         case button_state_e::pressed: {
-            // An input that cannot be held (corvane_extra_key) loses its press here although its
-            // release will find nothing to run; the answer is the bound action's all the same.
+            // An input that cannot be held (corvane_extra_key) is answered by its binding all the
+            // same: bound, its press is swallowed here, while its release finds nothing held, so it
+            // passes and nothing runs. Meant: settings in use rely on it.
             const action_t action = resolve_action_for_process(input, std::move(process_name));
             store_action(current_active_mouse.load(), input, action);
             return is_handled(action);

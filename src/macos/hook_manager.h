@@ -19,7 +19,8 @@ struct mac_impl_t;
 class hook_manager_t : public input_manager_t {
   public:
     // Installs the capture and starts the action worker. Throws std::runtime_error with a short
-    // text when the capture cannot be set up, std::system_error when the worker cannot start.
+    // text when the capture cannot be set up, std::bad_alloc, and std::system_error when the worker
+    // cannot start.
     hook_manager_t();
     // Performs the actions that are queued, then takes the capture down.
     ~hook_manager_t() override;
@@ -53,6 +54,7 @@ class hook_manager_t : public input_manager_t {
     worker_t<action_t> _worker;
 };
 
-// The hook manager, from the start of its construction to its end; otherwise null. Only on the run
-// loop's thread.
+// The hook manager, from the start of its construction to its end; otherwise null. For whoever has
+// to reach it without having been handed it, a debugger first of all. Only on the run loop's
+// thread.
 extern hook_manager_t* hook_mng_access;

@@ -68,7 +68,7 @@ std::optional<input_value_e> input_of_scroll(const scroll_t& scroll) {
     if (scroll.is_continuous != 0 || scroll.phase != 0 || scroll.momentum_phase != 0) {
         return std::nullopt;
     }
-    return horizontal < 1 ? input_value_e::horizontal_scroll_negative
+    return horizontal < 0 ? input_value_e::horizontal_scroll_negative
                           : input_value_e::horizontal_scroll_positive;
 }
 

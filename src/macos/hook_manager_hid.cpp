@@ -60,7 +60,8 @@ cpf_t<CFMutableDictionaryRef> product_matching(std::uint32_t vendor_id, std::uin
     return matching;
 }
 
-// All mice, for their motion; of the supported models also the keyboard interfaces.
+// All mice, for their motion. Of the supported models only the keyboard interfaces besides: their
+// own motion comes through the entry for all mice, so every call asks for the keyboard page.
 cpf_t<CFMutableArrayRef> device_matching() {
     auto matching = new_array();
     CFArrayAppendValue(matching.get(), mouse_matching().get());
@@ -93,7 +94,8 @@ cpf_t<CFMutableArrayRef> value_matching() {
     return matching;
 }
 
-// The device's property as a number, 0 when it has none or it is something else.
+// The device's property as a number, 0 when it has none or it is something else; a number that does
+// not fit is no product's.
 std::uint32_t number_property(IOHIDDeviceRef device, CFStringRef key) {
     const CFTypeRef property = IOHIDDeviceGetProperty(device, key);  // the device keeps it
     if (property == nullptr || CFGetTypeID(property) != CFNumberGetTypeID()) {
@@ -143,6 +145,8 @@ void mac_impl_t::hid_input_cb(void* context, IOReturn result, void* /*sender*/,
         const device_info_t& info = self._info_of(device);
         if (IOHIDElementGetUsagePage(element) == kHIDPage_KeyboardOrKeypad) {
             if (!sends_keys_for_buttons(info.device)) {
+                // Keys of other devices tell nothing about the mouse in the hand; typing must not
+                // switch remapping off.
                 return;
             }
             self.keyboard_pending.store(true);

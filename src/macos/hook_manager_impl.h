@@ -33,8 +33,8 @@ struct mac_impl_t {
     mac_impl_t& operator=(const mac_impl_t&) = delete;
 
     // Each is called once, in this order. The first throws std::runtime_error when the HID manager
-    // cannot be opened, the last when its tap cannot be created; otherwise a failure is logged and
-    // the daemon runs without.
+    // cannot be opened (or std::bad_alloc), the last when its tap cannot be created; otherwise a
+    // failure is logged and the daemon runs without.
     void setup_hid_manager();
     void setup_event_tap();
     void setup_event_tap_keyboard();
@@ -55,6 +55,7 @@ struct mac_impl_t {
                                             CGEventRef event, void* user_info) noexcept;
 
     hook_manager_t* owner;  // null once abandoned
+    // Each is empty when its set-up failed or has not run; the mouse tap may be for the whole run.
     cpf_t<CFMachPortRef> mouse_tap;
     cpf_t<CFMachPortRef> keyboard_tap;
     cpf_t<CFRunLoopSourceRef> mouse_tap_source;

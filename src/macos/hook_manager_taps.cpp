@@ -71,6 +71,7 @@ std::optional<std::string> process_name_of(CGEventRef event) {
 }  // namespace
 
 void mac_impl_t::setup_event_tap() {
+    // Drags are in the mask but always pass: a button that is dragged is decided by its press.
     auto tap = create_tap(mask_of(kCGEventScrollWheel, kCGEventOtherMouseDown, kCGEventOtherMouseUp,
                                   kCGEventOtherMouseDragged),
                           &event_tap_cb, this);
@@ -158,6 +159,7 @@ bool mac_impl_t::_take_key_event(CGEventType type, CGEventRef event) {
     if (!keyboard_pending.exchange(false)) {
         return false;
     }
+    // Key strokes of the executer; one that comes now uses the arming up all the same.
     static const pid_t own_pid = getpid();
     if (CGEventGetIntegerValueField(event, kCGEventSourceUnixProcessID) == own_pid) {
         return false;

@@ -7,9 +7,9 @@
 
 #include <array>
 #include <cstdint>
-#include <system_error>
 #include <utility>
 
+#include "common/thread.h"
 #include "macos/cpf.h"
 
 namespace {
@@ -117,13 +117,7 @@ bool permission_guard_t::_check_ax_permission() {
 }
 
 void permission_guard_t::_start() {
-    try {
-        _thread = std::thread(&permission_guard_t::_monitor_loop, this);
-    } catch (const std::system_error& error) {
-        // Standard libraries differ in what they say of it; the text that reaches the user does
-        // not.
-        throw std::system_error(error.code(), "thread constructor failed");
-    }
+    _thread = start_thread([this] { _monitor_loop(); });
 }
 
 void permission_guard_t::_join() noexcept {

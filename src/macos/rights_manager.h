@@ -37,7 +37,8 @@ class permission_guard_t {
   public:
     // Takes the present state as the first one and starts the thread. `on_lost` may be empty, must
     // not throw and must not destroy, move or assign the guard; it runs on the guard's thread, or
-    // on the one that calls poke_now(). Throws std::system_error when there is no thread to be had.
+    // on the one that calls poke_now(). Throws std::system_error ("thread constructor failed") when
+    // there is no thread to be had.
     permission_guard_t(std::chrono::seconds period, std::function<void()> on_lost);
 
     // Both end the threads of the guards involved before anything changes hands, and so wait up to

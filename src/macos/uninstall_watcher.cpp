@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "common/log/log.h"
+#include "common/thread.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ uninstall_watcher_t::uninstall_watcher_t(std::function<void()> on_quit, std::str
       _bundle(std::move(bundle)),
       _system_folder(std::move(system_folder)),
       _home(std::move(home)) {
-    _thread = std::thread(&uninstall_watcher_t::watcher_loop, this);
+    _thread = start_thread([this] { watcher_loop(); });
 }
 
 // The flag comes before the queue is closed: a thread that is still setting up makes its queue

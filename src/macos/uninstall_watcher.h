@@ -22,7 +22,7 @@ class uninstall_watcher_t {
     // not run when the watch could not be set up, nor when there was no bundle to watch (the
     // trigger is written then too). It must not throw and must not destroy the watcher. `home` is
     // the user's home folder; without it the one of the password database is taken, else HOME.
-    // Throws std::system_error when there is no thread to be had.
+    // Throws std::system_error ("thread constructor failed") when there is no thread to be had.
     explicit uninstall_watcher_t(std::function<void()> on_quit,
                                  std::string bundle = front_application_bundle,
                                  std::string system_folder = system_support_folder,

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "control/calls.h"
@@ -22,20 +23,16 @@ using simulator::output_device_t;
 
 TEST(stepped_level, stays_between_silence_and_full_for_whatever_was_read) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    const struct {
-        float level, step, stepped;
-    } cases[] = {
-        {0.6F, 0.1F, 0.6F + 0.1F},
-        {0.95F, 0.1F, 1.0F},
-        {0.05F, -0.1F, 0.0F},
-        {7.0F, -0.1F, 1.0F},
-        {-7.0F, 0.1F, 0.0F},
-        {infinity, -0.1F, 1.0F},
-        {-infinity, 0.1F, 0.0F},
-        {std::numeric_limits<float>::quiet_NaN(), 0.1F, 0.1F},
-        {std::numeric_limits<float>::quiet_NaN(), -0.1F, 0.0F},
-    };
-    for (const auto& [level, step, stepped] : cases) {
+    constexpr float nothing = std::numeric_limits<float>::quiet_NaN();
+    for (const auto& [level, step, stepped] : {std::tuple{0.6F, 0.1F, 0.6F + 0.1F},
+                                               {0.95F, 0.1F, 1.0F},
+                                               {0.05F, -0.1F, 0.0F},
+                                               {7.0F, -0.1F, 1.0F},
+                                               {-7.0F, 0.1F, 0.0F},
+                                               {infinity, -0.1F, 1.0F},
+                                               {-infinity, 0.1F, 0.0F},
+                                               {nothing, 0.1F, 0.1F},
+                                               {nothing, -0.1F, 0.0F}}) {
         EXPECT_EQ(stepped_level(level, step), stepped) << level << " " << step;
     }
 }

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "control/applications.h"
+#include "control/calls.h"
 #include "control/desktop.h"
 #include "control/input.h"
 #include "control/objects.h"
@@ -135,28 +135,6 @@ TEST_F(executer_window_test, without_a_window_or_the_permission_every_action_say
     all_fail();
     simulator::grant(simulator::permission_e::accessibility);
     expect(minimizing, true, {set_minimized});
-}
-
-TEST_F(executer_window_test, what_vanishes_between_two_calls_is_a_failure) {
-    using part_e = simulator::window_part_e;
-    const struct {
-        const window_action_t& action;
-        std::string call;
-        std::optional<part_e> part;  // none: the window
-    } cases[] = {
-        {minimizing, "AXUIElementSetAttributeValue", {}},
-        {maximizing, "AXUIElementIsAttributeSettable", {}},
-        {closing, "AXUIElementCopyAttributeValue", {}},
-        {closing, "AXUIElementPerformAction", part_e::close_button},
-    };
-    for (const auto& [action, call, part] : cases) {
-        SCOPED_TRACE(action.begins + " " + call);
-        const auto window = open({.has_zoom_button = false});
-        const auto gone = part ? simulator::part_of(window, *part) : window;
-        simulator::before_next_call(call, [gone] { simulator::vanish(gone); });
-        expect(action, false);
-        simulator::close_window(window);
-    }
 }
 
 // Lets the named call fail when it is made for the `which`th time from now, from 1.

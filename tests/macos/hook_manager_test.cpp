@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "common/config/config.h"
@@ -214,20 +215,6 @@ TEST_F(hook_manager_test, a_release_runs_what_was_held_last_and_its_keys_pass) {
     EXPECT_EQ(stop(), (lines_t{"I Action default_action", "I Action cut", "I Action cut"}));
 }
 
-TEST_F(hook_manager_test, an_input_that_cannot_be_held_loses_its_press_only) {
-    start();
-    hook_manager_t::current_active_mouse = qlx_device_e::corvane;
-    EXPECT_TRUE(
-        hooks->process_event(input_value_e::corvane_extra_key, button_state_e::pressed, {}));
-    EXPECT_FALSE(
-        hooks->process_event(input_value_e::corvane_extra_key, button_state_e::released, {}));
-    EXPECT_FALSE(
-        hooks->process_event(input_value_e::x1_button, static_cast<button_state_e>(3), {}));
-    EXPECT_EQ(stop(), (lines_t{"E Input value 10 is out of range for storing action",
-                               "E Input value 10 is out of range for storing action",
-                               "I Action default_action"}));
-}
-
 TEST_F(hook_manager_test, the_active_model_is_that_of_the_device_that_moved_last) {
     device_description_t text = description_of(device_mappings[0], false);
     text.ids_are_text = true;
@@ -284,25 +271,20 @@ TEST_F(hook_manager_test, a_key_of_the_mouse_is_its_button_and_makes_it_the_acti
     EXPECT_TRUE(log.wait_for("I Action cut"));
 }
 
-TEST_F(hook_manager_test, one_value_arms_for_one_key_event_also_for_the_daemon_s_own) {
+TEST_F(hook_manager_test, a_key_of_the_daemon_s_own_passes_and_uses_up_the_arming) {
     start_in_use();
     mac_impl_t capture(*hooks);
     const auto event =
         cpf_t<CGEventRef>::adopt(CGEventCreateKeyboardEvent(nullptr, side_1_key, true));
-    const auto answer = [&](pid_t source) {
+    for (const auto& [source, armed, swallowed] :
+         {std::tuple{0, true, true}, {getpid(), true, false}, {0, false, false}}) {
+        capture.keyboard_pending = armed;
         CGEventSetIntegerValueField(event.get(), kCGEventSourceUnixProcessID, source);
-        return mac_impl_t::event_tap_cb_keyboard(nullptr, kCGEventKeyDown, event.get(), &capture);
-    };
-    EXPECT_EQ(answer(0), event.get()) << "not armed";
-    capture.keyboard_pending = true;
-    EXPECT_EQ(answer(getpid()), event.get()) << "its own";
-    EXPECT_EQ(answer(0), event.get()) << "the arming was used up";
-    capture.keyboard_pending = true;
-    EXPECT_EQ(answer(0), nullptr);
-    capture.keyboard_pending = true;
-    hook_manager_t::current_active_mouse = qlx_device_e::not_a_device;
-    EXPECT_EQ(answer(0), event.get());
-    EXPECT_FALSE(capture.keyboard_pending);
+        EXPECT_EQ(
+            mac_impl_t::event_tap_cb_keyboard(nullptr, kCGEventKeyDown, event.get(), &capture),
+            swallowed ? nullptr : event.get());
+        EXPECT_FALSE(capture.keyboard_pending);
+    }
 }
 
 TEST_F(hook_manager_test, the_named_target_goes_before_what_lies_under_the_pointer) {
@@ -333,22 +315,16 @@ TEST_F(hook_manager_test, settings_that_cannot_be_read_let_the_event_pass) {
 }
 
 TEST_F(hook_manager_test, stopping_performs_what_is_queued_and_frees_everything) {
-    start();
-    for (int round = 1; round <= 2; ++round) {
-        hooks.reset();
-        hooks = std::make_unique<hook_manager_t>();
-        move_to(over_mail);
-        log.forget();
-        EXPECT_EQ(simulator::taps_enabled(), 2U);
-        EXPECT_EQ(hook_mng_access, hooks.get());
-        for (int clicks = 0; clicks < 20; ++clicks) {
-            click(side_1);
-        }
-        EXPECT_EQ(stop(), lines_t(20, "I Action cut"));
-        simulator::forget_events();
+    start_in_use();
+    EXPECT_EQ(simulator::taps_enabled(), 2U);
+    EXPECT_EQ(hook_mng_access, hooks.get());
+    for (int clicks = 0; clicks < 20; ++clicks) {
         click(side_1);
-        EXPECT_EQ(fates(), "dd");
     }
+    EXPECT_EQ(stop(), lines_t(20, "I Action cut"));
+    simulator::forget_events();
+    click(side_1);
+    EXPECT_EQ(fates(), "dd");
 }
 
 TEST_F(hook_manager_test, a_part_that_cannot_be_set_up_is_logged_and_the_rest_works) {
@@ -379,29 +355,24 @@ TEST_F(hook_manager_test, a_part_that_cannot_be_set_up_is_logged_and_the_rest_wo
 }
 
 TEST_F(hook_manager_test, a_missing_permission_fails_the_construction) {
-    struct case_t {
-        simulator::permission_e permission;
-        std::string what;
-        std::string line;
-    };
     stops_in_order = false;  // what the system had handed out goes with the process
-    for (const case_t& one : std::vector<case_t>{
-             {simulator::permission_e::input_monitoring, "IOHIDManagerOpen failed",
-              "E IOHIDManagerOpen failed: " + std::to_string(kIOReturnNotPermitted) +
-                  ", Check the input system permissions"},
-             {simulator::permission_e::accessibility, tap_failure, "E " + tap_failure},
-         }) {
+    const std::string not_open = "IOHIDManagerOpen failed";
+    const std::string code = std::to_string(kIOReturnNotPermitted);
+    for (const auto& [permission, what, line] :
+         {std::tuple(simulator::permission_e::input_monitoring, not_open,
+                     "E " + not_open + ": " + code + ", Check the input system permissions"),
+          {simulator::permission_e::accessibility, tap_failure, "E " + tap_failure}}) {
         log.forget();
-        simulator::revoke(one.permission);
+        simulator::revoke(permission);
         try {
             const hook_manager_t failing;
-            ADD_FAILURE() << one.what;
+            ADD_FAILURE() << what;
         } catch (const std::runtime_error& error) {
-            EXPECT_EQ(error.what(), one.what);
+            EXPECT_EQ(error.what(), what);
         }
-        EXPECT_EQ(log.lines(), lines_t{one.line});
+        EXPECT_EQ(log.lines(), lines_t{line});
         EXPECT_EQ(hook_mng_access, nullptr);
-        simulator::grant(one.permission);
+        simulator::grant(permission);
 
         // What is left of the attempt stays quiet, whatever happens on the desktop.
         move_to(over_mail);
@@ -409,20 +380,6 @@ TEST_F(hook_manager_test, a_missing_permission_fails_the_construction) {
         EXPECT_EQ(fates(), "dd");
     }
     EXPECT_EQ(hook_manager_t::current_active_mouse.load(), qlx_device_e::not_a_device);
-}
-
-TEST_F(hook_manager_test, an_abandoned_capture_lets_everything_pass) {
-    stops_in_order = false;
-    start_in_use();
-    auto capture = std::make_unique<mac_impl_t>(*hooks);
-    EXPECT_FALSE(capture->can_be_called_back());
-    capture->setup_event_tap();
-    capture->abandon();
-    EXPECT_TRUE(capture->can_be_called_back());
-    hooks.reset();
-    click(side_1);
-    EXPECT_EQ(fates(), "dd");
-    static_cast<void>(capture.release());
 }
 
 // The daemon is a process of its own, which starts before anything else has made a thread.

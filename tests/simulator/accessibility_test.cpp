@@ -5,12 +5,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <functional>
-#include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "control/applications.h"
@@ -20,10 +18,10 @@
 
 namespace {
 
+using namespace std::string_literals;
 using simulator::element_id_t;
 
 const CGRect whole = CGRectMake(0, 0, 800, 600);
-AXUIElementRef const nowhere = nullptr;
 
 // Takes over what a Copy call gave and gives it back at the end of the test.
 class owner_t {
@@ -50,124 +48,104 @@ class owner_t {
 class accessibility_test : public testing::Test {
   protected:
     void TearDown() override {
-        // Released before the objects are counted, so not in the destructor.
-        _owner.reset();
+        _owner.reset();  // before the objects are counted
         EXPECT_TRUE(simulator::objects_alive().empty());
     }
 
     AXUIElementRef own(CFTypeRef reference) { return _owner->element(reference); }
 
-    AXUIElementRef system_wide() { return own(AXUIElementCreateSystemWide()); }
-
-    AXUIElementRef element_at(float x, float y) {
-        AXUIElementRef element = nowhere;
-        const AXError error = AXUIElementCopyElementAtPosition(system_wide(), x, y, &element);
-        EXPECT_EQ(error, element != nullptr ? kAXErrorSuccess : kAXErrorNoValue);
+    // The control of the window at the corner of the screen.
+    AXUIElementRef control() {
+        AXUIElementRef element = nullptr;
+        EXPECT_EQ(
+            AXUIElementCopyElementAtPosition(own(AXUIElementCreateSystemWide()), 5, 5, &element),
+            kAXErrorSuccess);
         return own(element);
     }
 
-    // The element behind an attribute, null when the call fails.
     AXUIElementRef related(AXUIElementRef element, CFStringRef attribute) {
         CFTypeRef value = nullptr;
-        const AXError error = AXUIElementCopyAttributeValue(element, attribute, &value);
-        EXPECT_EQ(value != nullptr, error == kAXErrorSuccess);
+        EXPECT_EQ(AXUIElementCopyAttributeValue(element, attribute, &value), kAXErrorSuccess);
         return own(value);
-    }
-
-    static pid_t process_of(AXUIElementRef element) {
-        pid_t pid = 0;
-        EXPECT_EQ(AXUIElementGetPid(element, &pid), kAXErrorSuccess);
-        return pid;
     }
 
   private:
     std::unique_ptr<owner_t> _owner = std::make_unique<owner_t>();
 };
 
-TEST_F(accessibility_test, the_frontmost_thing_at_a_place_is_found) {
+TEST_F(accessibility_test, the_frontmost_window_is_found_and_changes_unless_it_refuses) {
     const pid_t mail = simulator::launch_application("Mail");
     const pid_t editor = simulator::launch_application("Editor");
-    const pid_t shell = simulator::launch_application("Shell");
-    const element_id_t inbox = simulator::open_window(mail, "Inbox", CGRectMake(0, 0, 100, 100));
-    simulator::open_window(editor, "Notes", CGRectMake(50, 0, 100, 100));
-    simulator::show_background(shell, whole);
-
-    const auto expect = [&](float x, float y, pid_t application) {
-        SCOPED_TRACE(testing::Message() << x << ", " << y);
-        EXPECT_EQ(process_of(element_at(x, y)), application);
-        EXPECT_EQ(simulator::application_at(CGPointMake(x, y)), application);
+    const element_id_t stays = simulator::open_window(mail, "Stays", whole, {.sets_refused = true});
+    const element_id_t goes = simulator::open_window(editor, "Goes", CGRectMake(0, 0, 10, 10));
+    EXPECT_EQ(simulator::application_at(CGPointMake(10, 5)), mail);  // the right edge is outside
+    const auto change_hit = [&](CFStringRef button, pid_t owner) {
+        pid_t pid = 0;
+        const AXUIElementRef window = related(control(), kAXWindowAttribute);
+        EXPECT_EQ(AXUIElementGetPid(window, &pid), kAXErrorSuccess);
+        EXPECT_EQ(pid, owner);
+        return button == nullptr
+                   ? AXUIElementSetAttributeValue(window, kAXMinimizedAttribute, kCFBooleanTrue)
+                   : AXUIElementPerformAction(related(window, button), kAXPressAction);
     };
-    expect(60, 50, editor);
-    expect(49, 50, mail);
-    expect(150, 99, shell);  // a frame does not cover its right and bottom edges
-    simulator::bring_to_front(inbox);
-    expect(60, 50, mail);
-    AXUIElementSetAttributeValue(related(element_at(60, 50), kAXWindowAttribute),
-                                 kAXMinimizedAttribute, kCFBooleanTrue);
-    expect(60, 50, editor);
-    expect(10, 50, shell);
-    EXPECT_EQ(element_at(std::numeric_limits<float>::quiet_NaN(), 300), nowhere);
+    EXPECT_EQ(change_hit(nullptr, editor), kAXErrorSuccess);
+    EXPECT_TRUE(simulator::window_state(goes)->minimized);
+    EXPECT_EQ(change_hit(nullptr, mail), kAXErrorFailure);
+    EXPECT_FALSE(simulator::window_state(stays)->minimized);
+    EXPECT_EQ(change_hit(kAXZoomButtonAttribute, mail), kAXErrorSuccess);
+    EXPECT_TRUE(simulator::window_state(stays)->zoomed);
+    simulator::bring_to_front(goes);
+    EXPECT_EQ(change_hit(kAXCloseButtonAttribute, editor), kAXErrorSuccess);
+    EXPECT_EQ(simulator::window_state(goes), std::nullopt);
 }
 
 struct held_t {
     AXUIElementRef everything, window, button;
 };
 
-// Every call that asks an application; where it fails it must leave its result alone.
-const std::pair<const char*, std::function<AXError(const held_t&)>> asking[] = {
-    {"AXUIElementCopyElementAtPosition",
-     [](const held_t& held) {
-         AXUIElementRef result = held.window;
-         const AXError error = AXUIElementCopyElementAtPosition(held.everything, 5, 5, &result);
-         EXPECT_EQ(result, held.window);
-         return error;
-     }},
-    {"AXUIElementCopyAttributeValue",
-     [](const held_t& held) {
-         CFTypeRef result = held.window;
-         const AXError error =
-             AXUIElementCopyAttributeValue(held.window, kAXCloseButtonAttribute, &result);
-         EXPECT_EQ(result, held.window);
-         return error;
-     }},
-    {"AXUIElementIsAttributeSettable",
-     [](const held_t& held) {
-         Boolean result = 2;
-         const AXError error =
-             AXUIElementIsAttributeSettable(held.window, kAXMinimizedAttribute, &result);
-         EXPECT_EQ(result, 2);
-         return error;
-     }},
-    {"AXUIElementSetAttributeValue",
-     [](const held_t& held) {
-         return AXUIElementSetAttributeValue(held.window, kAXMinimizedAttribute, kCFBooleanTrue);
-     }},
-    {"AXUIElementPerformAction",
-     [](const held_t& held) { return AXUIElementPerformAction(held.button, kAXPressAction); }},
-};
+// Makes the named call; where it fails it must leave its results alone.
+AXError ask(const std::string& name, const held_t& held) {
+    AXUIElementRef found = held.button;
+    CFTypeRef value = held.button;
+    Boolean settable = 2;
+    const AXError error =
+        name == "AXUIElementCopyElementAtPosition"
+            ? AXUIElementCopyElementAtPosition(held.everything, 5, 5, &found)
+        : name == "AXUIElementCopyAttributeValue"
+            ? AXUIElementCopyAttributeValue(held.window, kAXCloseButtonAttribute, &value)
+        : name == "AXUIElementIsAttributeSettable"
+            ? AXUIElementIsAttributeSettable(held.window, kAXMinimizedAttribute, &settable)
+        : name == "AXUIElementSetAttributeValue"
+            ? AXUIElementSetAttributeValue(held.window, kAXMinimizedAttribute, kCFBooleanTrue)
+            : AXUIElementPerformAction(held.button, kAXPressAction);
+    EXPECT_TRUE(found == held.button && value == held.button && settable == 2);
+    return error;
+}
 
 TEST_F(accessibility_test, asking_an_application_fails_as_its_state_says) {
-    for (const auto& [name, ask] : asking) {
+    const std::string at_position = "AXUIElementCopyElementAtPosition";
+    for (const std::string& name :
+         {at_position, "AXUIElementCopyAttributeValue"s, "AXUIElementIsAttributeSettable"s,
+          "AXUIElementSetAttributeValue"s, "AXUIElementPerformAction"s}) {
         SCOPED_TRACE(name);
         const pid_t mail = simulator::launch_application("Mail");
         simulator::open_window(mail, "Inbox", whole);
-        const AXUIElementRef everything = system_wide();
-        const AXUIElementRef window = related(element_at(5, 5), kAXWindowAttribute);
-        const AXUIElementRef button = related(window, kAXMinimizeButtonAttribute);
-
+        const AXUIElementRef window = related(control(), kAXWindowAttribute);
+        const held_t held{own(AXUIElementCreateSystemWide()), window,
+                          related(window, kAXMinimizeButtonAttribute)};
         simulator::fail_next(name);
-        EXPECT_EQ(ask({everything, window, button}), kAXErrorCannotComplete);
-
+        EXPECT_EQ(ask(name, held), kAXErrorCannotComplete);
         simulator::before_next_call(
             name, [] { simulator::revoke(simulator::permission_e::accessibility); });
-        EXPECT_EQ(ask({everything, window, button}), kAXErrorAPIDisabled);
-        EXPECT_EQ(ask({everything, window, button}), kAXErrorAPIDisabled);
+        EXPECT_EQ(ask(name, held), kAXErrorAPIDisabled);
+        EXPECT_EQ(ask(name, held), kAXErrorAPIDisabled);
         simulator::grant(simulator::permission_e::accessibility);
-
         simulator::before_next_call(name, [&] { simulator::quit_application(mail); });
-        EXPECT_EQ(ask({everything, window, button}),
-                  name == asking[0].first ? kAXErrorNoValue : kAXErrorInvalidUIElement);
-        EXPECT_EQ(process_of(button), mail);
+        EXPECT_EQ(ask(name, held),
+                  name == at_position ? kAXErrorNoValue : kAXErrorInvalidUIElement);
+        pid_t pid = 0;
+        EXPECT_EQ(AXUIElementGetPid(held.button, &pid), kAXErrorSuccess);
+        EXPECT_EQ(pid, mail);
     }
     EXPECT_TRUE(simulator::window_requests().empty());
 }
@@ -214,8 +192,8 @@ TEST_F(accessibility_test, many_threads_may_ask_while_windows_come_and_go) {
 TEST_F(accessibility_test, a_mistake_ends_the_program_with_the_name_of_the_call) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     simulator::open_window(simulator::launch_application("Mail"), "Inbox", whole);
-    const AXUIElementRef everything = system_wide();
-    const AXUIElementRef control = element_at(5, 5);
+    const AXUIElementRef everything = own(AXUIElementCreateSystemWide());
+    const AXUIElementRef control = this->control();
     AXUIElementRef element = nullptr;
     CFTypeRef value = nullptr;
     pid_t pid = 0;

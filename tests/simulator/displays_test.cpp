@@ -34,34 +34,10 @@ io_service_t first_service() {
     return first;
 }
 
-std::int32_t vendor(io_service_t service) {
-    std::int32_t number = 0;
-    const CFTypeRef value =
-        IORegistryEntryCreateCFProperty(service, CFSTR(kDisplayVendorID), kCFAllocatorDefault, 0);
-    CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt32Type, &number);
-    CFRelease(value);
-    return number;
-}
-
 class displays : public testing::Test {
   protected:
     ~displays() override { EXPECT_EQ(objects_alive(), lines_t{}); }
 };
-
-TEST_F(displays, an_unplugged_display_has_no_numbers_and_no_brightness) {
-    EXPECT_EQ(CGMainDisplayID(), kCGNullDirectDisplay);
-    EXPECT_EQ(find_services(), IO_OBJECT_NULL);
-    const auto display = connect_display(usual_display("Desk", 0xFFFF0001, 2));
-    const auto service = first_service();
-    EXPECT_EQ(CGDisplayVendorNumber(display), 0xFFFF0001U);
-    EXPECT_EQ(vendor(service), static_cast<std::int32_t>(0xFFFF0001));
-    simulator::disconnect_display(display);
-    EXPECT_EQ(CGDisplayVendorNumber(display), 0xFFFFFFFFU);
-    float brightness = 0;
-    EXPECT_NE(IODisplayGetFloatParameter(service, 0, CFSTR("brightness"), &brightness),
-              kIOReturnSuccess);
-    IOObjectRelease(service);
-}
 
 TEST_F(displays, handles_are_counted_and_listed) {
     connect_display(usual_display("Built-in", 1, 2));
@@ -87,7 +63,6 @@ TEST_F(displays, the_matching_dictionary_is_used_up_also_by_a_call_that_fails) {
               KERN_SUCCESS);
     EXPECT_EQ(objects_alive(), lines_t{});
     const auto matching = IOServiceMatching("IODisplayConnect");
-    EXPECT_EQ(objects_alive(), lines_t{"CFDictionary from IOServiceMatching, retained 1"});
     IOServiceGetMatchingServices(kIOMainPortDefault, matching, &services);
     IOObjectRelease(services);
     EXPECT_DEATH(CFRelease(matching), "CFRelease");
@@ -104,7 +79,12 @@ TEST_F(displays, displays_come_and_go_while_the_program_looks_them_up) {
     for (int round = 0; round < 1000; ++round) {
         if (const io_iterator_t services = find_services(); services != IO_OBJECT_NULL) {
             const io_service_t service = IOIteratorNext(services);
-            EXPECT_EQ(vendor(service), 1);
+            const CFTypeRef vendor = IORegistryEntryCreateCFProperty(
+                service, CFSTR(kDisplayVendorID), kCFAllocatorDefault, 0);
+            std::int32_t number = 0;
+            CFNumberGetValue(static_cast<CFNumberRef>(vendor), kCFNumberSInt32Type, &number);
+            EXPECT_EQ(number, 1);
+            CFRelease(vendor);
             IODisplaySetFloatParameter(service, 0, CFSTR("brightness"), 0.5F);
             IOObjectRelease(service);
             IOObjectRelease(services);

@@ -7,7 +7,6 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -82,60 +81,41 @@ class kernel_queue : public testing::Test {
 };
 
 TEST_F(kernel_queue, tells_what_happened_to_the_directory_and_to_nothing_else) {
-    struct case_t {
+    const fs::path other = folder / "other";
+    const struct {
         const char* name;
         std::function<void()> happens;
         std::uint32_t told;
-    };
-    const fs::path other = folder / "other";
-    const case_t cases[] = {
+    } cases[] = {
         {"removed", [&] { fs::remove(bundle); }, NOTE_DELETE},
-        {"renamed", [&] { fs::rename(bundle, bundle.string() + "2"); }, NOTE_RENAME},
         {"moved", [&] { fs::rename(bundle, folder / "elsewhere" / "bundle"); }, NOTE_RENAME},
         {"replaced", [&] { fs::rename(other, bundle); }, NOTE_DELETE},
-        {"moved, then removed there",
-         [&] {
-             fs::rename(bundle, folder / "elsewhere" / "bundle");
-             fs::remove(folder / "elsewhere" / "bundle");
-         },
-         NOTE_RENAME | NOTE_DELETE},
         {"its surroundings renamed and busy, then removed",
          [&] {
              fs::create_directory(bundle / "inside");
              fs::remove(bundle / "inside");
              fs::rename(folder / "parent", folder / "parent2");
              fs::create_directory(folder / "parent2" / "sibling");
-             fs::rename(folder / "parent2" / "sibling", folder / "parent2" / "sibling2");
-             fs::remove(folder / "parent2" / "sibling2");
+             fs::remove(folder / "parent2" / "sibling");
              fs::remove(folder / "parent2" / "bundle");
          },
          NOTE_DELETE},
     };
-    for (const case_t& one : cases) {
+    for (const auto& one : cases) {
         SCOPED_TRACE(one.name);
         fs::create_directories(other);
         arm();
         auto waiting = wait_elsewhere();
         one.happens();
-        std::uint32_t told = 0;
-        while (told != one.told) {
-            ASSERT_EQ(waiting.wait_for(10s), std::future_status::ready);
-            const answer_t answer = waiting.get();
-            ASSERT_EQ(answer.result, 1);
-            EXPECT_EQ(answer.event.ident, static_cast<std::uintptr_t>(directory));
-            EXPECT_EQ(answer.event.filter, EVFILT_VNODE);
-            told |= answer.event.fflags;
-            ASSERT_EQ(told & ~one.told, 0U);
-            if (told != one.told) {
-                waiting = wait_elsewhere();
-            }
-        }
+        const answer_t answer = waiting.get();
+        EXPECT_EQ(answer.result, 1);
+        EXPECT_EQ(answer.event.fflags, one.told);
         TearDown();
         SetUp();
     }
 }
 
-TEST_F(kernel_queue, tells_nothing_unasked_nothing_twice_and_nothing_of_a_closed_directory) {
+TEST_F(kernel_queue, tells_nothing_twice_unasked_or_of_a_closed_directory_and_wakes_when_closed) {
     for (const bool closed : {false, true}) {
         SCOPED_TRACE(closed);
         arm(closed ? NOTE_DELETE : NOTE_RENAME);
@@ -149,23 +129,14 @@ TEST_F(kernel_queue, tells_nothing_unasked_nothing_twice_and_nothing_of_a_closed
         auto waiting = wait_elsewhere();
         EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
         ::close(queue);
-        EXPECT_EQ(waiting.get().error, EBADF);
+        ASSERT_EQ(waiting.wait_for(1s), std::future_status::ready);
+        const answer_t answer = waiting.get();
+        EXPECT_EQ(answer.result, -1);
+        EXPECT_EQ(answer.error, EBADF);
+        EXPECT_EQ(wait_on(queue).error, EBADF);
         TearDown();
         SetUp();
     }
-}
-
-TEST_F(kernel_queue, closing_it_wakes_the_wait_at_once_and_leaves_nothing) {
-    arm();
-    auto waiting = wait_elsewhere();
-    std::this_thread::sleep_for(50ms);
-    const auto closed_at = std::chrono::steady_clock::now();
-    ::close(queue);
-    const answer_t answer = waiting.get();
-    EXPECT_LT(std::chrono::steady_clock::now() - closed_at, 1s);
-    EXPECT_EQ(answer.result, -1);
-    EXPECT_EQ(answer.error, EBADF);
-    EXPECT_EQ(wait_on(queue).error, EBADF);
 }
 
 TEST_F(kernel_queue, a_signal_interrupts_the_wait) {
@@ -174,17 +145,14 @@ TEST_F(kernel_queue, a_signal_interrupts_the_wait) {
     action.sa_flags = SA_RESTART;
     ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
     arm();
-    answer_t answer;
-    std::atomic<bool> ended = false;
-    std::thread waiting([&] {
-        answer = wait_on(queue);
-        ended = true;
-    });
-    while (!ended) {  // a signal before the wait does not count
+    std::promise<answer_t> promise;
+    auto answered = promise.get_future();
+    std::thread waiting([&] { promise.set_value(wait_on(queue)); });
+    do {  // a signal before the wait does not count
         pthread_kill(waiting.native_handle(), SIGUSR1);
-        std::this_thread::sleep_for(1ms);
-    }
+    } while (answered.wait_for(1ms) != std::future_status::ready);
     waiting.join();
+    const answer_t answer = answered.get();
     EXPECT_EQ(answer.result, -1);
     EXPECT_EQ(answer.error, EINTR);
 }

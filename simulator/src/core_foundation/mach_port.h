@@ -12,7 +12,7 @@
 namespace simulator {
 
 // A port through which the desktop sends messages to the program. Only event taps hand out ports
-// here. Its run loop source is made by CFMachPortCreateRunLoopSource, once for each port.
+// here.
 class mach_port_t final : public object_t {
   public:
     static constexpr type_e type = type_e::mach_port;

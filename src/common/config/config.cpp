@@ -49,6 +49,8 @@ config_t::config_t() {
         QLX_LOG_ERROR("Failed to create config folder: {}", error.what());
     }
     _load(_settings_path);
+    // The watcher takes the file as it finds it now for the one that is loaded, so its first look
+    // comes right after the load.
     _watcher = std::make_unique<config_watcher_t>(_settings_path, poll_period, settle_delay);
     _watcher->subscribe([this](const std::filesystem::path& changed) {
         QLX_LOG_INFO("Config file change detected, reloading: {}", changed.string());
@@ -95,7 +97,8 @@ void config_t::_load_mice(const nlohmann::json& document) {
         return;
     }
     // Entry by entry, and nothing is removed, on purpose: a model that the file no longer mentions
-    // keeps its profile, and an entry that cannot be used costs neither those before it nor the
+    // keeps its profile until the process restarts, so that a file caught half-written does not
+    // take the buttons away, and an entry that cannot be used costs neither those before it nor the
     // profiles that are there already.
     for (const auto& entry : *app_state) {
         if (!entry.is_object() || !entry.contains("type")) {

@@ -18,17 +18,20 @@
 // for each mouse model, loaded at first use and again whenever the file changes.
 class config_t {
   public:
-    static constexpr std::uint64_t logs_size = 5'242'880;  // bytes of the log before it rotates
+    // Bytes that the log file may reach before it rotates. A single longer line still makes a
+    // larger file.
+    static constexpr std::uint64_t logs_size = 5'242'880;
 
-    // The folders below HOME, which is read at each call; nothing on the disk is touched. Both
-    // throw std::runtime_error ("HOME not set") and may be called without an instance. Any thread.
+    // The user data folder, and the log file's full path, below HOME; an empty HOME gives relative
+    // paths. HOME is read at each call and nothing on the disk is touched. Both throw
+    // std::runtime_error ("HOME not set") and may be called without an instance. Any thread.
     static std::filesystem::path get_user_data_path();
     static std::filesystem::path get_log_data_path();
 
     // The process's settings. The first call makes the user data folder, loads the file and starts
     // the watcher; a missing, unreadable or invalid file is logged and leaves no profiles. Throws
     // what the file's entries raise (nlohmann::json::exception, std::invalid_argument,
-    // std::out_of_range) and std::system_error when the system gives no thread; the next call then
+    // std::out_of_range) and std::system_error ("thread constructor failed"); the next call then
     // tries again. Any thread.
     static config_t& instance();
 
@@ -36,8 +39,8 @@ class config_t {
     config_t& operator=(const config_t&) = delete;
 
     // The action bound to `input` of `device` in the application `app_name` (the name of the
-    // process under the pointer); default_action_t when nothing applies. Any thread; never waits
-    // for a file to be read.
+    // process under the pointer), as a copy; default_action_t when nothing applies, and always for
+    // the input none and for not_a_device. Any thread; never waits for a file to be read.
     action_t retrieve_action(qlx_device_e device, input_value_e input, const std::string& app_name);
 
   private:

@@ -23,5 +23,6 @@ class invalid_config_t : public std::runtime_error {
 // wrong with the file, and never waits for another process.
 std::optional<std::string> read_config_file(const std::filesystem::path& path);
 
-// Parses the settings text: JSON in UTF-8, without comments. Throws invalid_config_t.
+// Parses the settings text: JSON in UTF-8, without comments. Throws invalid_config_t, also for one
+// number beyond the range of a double: it refuses the whole file.
 nlohmann::json parse_config(const std::string& text);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/log/log.h"
+#include "common/thread.h"
 
 using std::chrono::steady_clock;
 
@@ -13,7 +14,7 @@ config_watcher_t::config_watcher_t(std::filesystem::path path,
                                    std::chrono::milliseconds settle_delay)
     : _path(std::move(path)), _poll_period(poll_period), _settle_delay(settle_delay) {
     // Last, when every member that the loop uses is ready.
-    _thread = std::thread([this] { _watch_loop(); });
+    _thread = start_thread([this] { _watch_loop(); });
 }
 
 config_watcher_t::~config_watcher_t() {
@@ -82,11 +83,18 @@ void config_watcher_t::_watch_loop() {
         if (!_running) {
             break;
         }
+        // A sleep of the machine is one late look, not thousands: the periods that passed whole are
+        // skipped, and the looks stay where they would have been.
+        const auto now = steady_clock::now();
+        if (_poll_period > _poll_period.zero() && now > deadline) {
+            deadline += (now - deadline) / _poll_period * _poll_period;
+        }
         auto current = _check(_path);
         if (!current || _is_same(*current, known)) {
             continue;
         }
-        // Further changes do not extend the wait: a file that never rests is still reported.
+        // Further changes do not extend the wait: a file that never rests is still reported. And a
+        // change once seen is told even when the stop comes while it settles: it is not lost.
         const auto settled = steady_clock::now() + _settle_delay;
         while (steady_clock::now() < settled && _running) {
             _wake_up.wait_until(state, settled);

@@ -13,13 +13,15 @@
 
 // Notices changes of one file by polling its time and size on a thread of its own, and tells the
 // subscribers once the file has had a moment to settle. Appearing and disappearing are changes too.
+// The contents are never read: a file rewritten with as many bytes within one granule of the file
+// system's time goes unseen.
 class config_watcher_t {
   public:
     using callback_t = std::function<void(const std::filesystem::path&)>;
 
-    // Starts watching. `poll_period` (above 0) is the time between two looks at the file;
-    // `settle_delay` (0 for none) the time from a change to the telling. Throws std::system_error
-    // when the system gives no thread.
+    // Starts watching. `poll_period` (above 0; with 0 it looks without a pause) is the time between
+    // two looks at the file; `settle_delay` (0 for none) the time from a change to the telling.
+    // Throws std::system_error ("thread constructor failed") when the system gives no thread.
     config_watcher_t(std::filesystem::path path, std::chrono::milliseconds poll_period,
                      std::chrono::milliseconds settle_delay);
     // Stops. Not from a subscriber.
@@ -29,12 +31,15 @@ class config_watcher_t {
 
     // `callback` is called with the watched path, on the watcher's thread, after those subscribed
     // before it. It must not call back into the watcher. A standard exception that it throws is
-    // logged; any other ends the process. Any thread.
+    // logged; any other ends the process.
+    // Any thread, but not from a subscriber; waits for a call of the subscribers that is under way.
     void subscribe(callback_t callback);
+    // No subscriber is called after it has returned. Threads and waiting as for subscribe().
     void unsubscribe_all();
 
     // Ends the watching; a call of the subscribers that is under way is waited for. Any thread but
-    // the watcher's own. May be called again.
+    // the watcher's own. May be called again; a second call that overlaps the first returns at
+    // once, when the thread may not have ended yet.
     void stop();
 
   private:

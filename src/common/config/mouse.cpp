@@ -52,6 +52,8 @@ action_t mouse_t::get_action(input_value_e input, const std::string& app_name) {
         binding = find_binding(_find_app_config(default_app), input);
     }
     if (binding == nullptr) {
+        // Not cached: such answers would fill the cache with every program that the pointer
+        // crosses.
         return default_action_t{};
     }
     if (_cache.size() >= _cache_limit) {
@@ -79,24 +81,28 @@ const config_mouse_t* mouse_t::_find_app_config(const std::string& key) const {
     return entry == _app_configs.end() ? nullptr : &entry->second;
 }
 
-const config_mouse_t* mouse_t::_resolve_app_config(const std::string& app_name) const {
-    if (const auto* exact = _find_app_config(app_name)) {
+const config_mouse_t* mouse_t::_resolve_app_config(const std::string& normal_name) const {
+    if (const auto* exact = _find_app_config(normal_name)) {
         return exact;
     }
     const auto longest = [this](const auto& matches) {
         const config_mouse_t* kept = nullptr;
-        std::size_t kept_length = 0;  // so an empty name never wins
+        std::string_view kept_name;  // so an empty name never wins
         for (const auto& [name, config] : _app_configs) {
-            if (name != default_app && name.size() > kept_length && matches(name)) {
+            // "default" is no application: a program whose name contains the word must not match
+            // it. Among equally long names the order of the map, which is chance, must not decide.
+            const bool is_better = name.size() > kept_name.size() ||
+                                   (name.size() == kept_name.size() && name < kept_name);
+            if (name != default_app && is_better && matches(name)) {
                 kept = &config;
-                kept_length = name.size();
+                kept_name = name;
             }
         }
         return kept;
     };
-    const auto begins = [&](const std::string& name) { return app_name.starts_with(name); };
+    const auto begins = [&](const std::string& name) { return normal_name.starts_with(name); };
     const auto occurs = [&](const std::string& name) {
-        return app_name.find(name) != std::string::npos;
+        return normal_name.find(name) != std::string::npos;
     };
     if (const auto* prefix = longest(begins)) {
         return prefix;

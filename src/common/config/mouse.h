@@ -16,6 +16,7 @@ struct config_mouse_t {
     std::unordered_map<input_value_e, action_t> bindings;  // an input that is missing is unbound
 };
 
+// What an action was asked for; names that mean the same application share the answer.
 struct cache_key_t {
     std::string app;  // normal form
     input_value_e input;
@@ -25,6 +26,7 @@ struct cache_key_t {
     }
 };
 
+// The input is part of it: the inputs of one application must not all fall together.
 struct cache_key_hash_t {
     std::size_t operator()(const cache_key_t& key) const {
         return std::hash<std::string>{}(key.app) ^
@@ -37,18 +39,23 @@ struct cache_key_hash_t {
 // a cache.
 class mouse_t {
   public:
+    // The keys are names in normal form (ASCII letters in lower case and digits); another key is
+    // never found.
     explicit mouse_t(std::unordered_map<std::string, config_mouse_t> app_configs);
 
     // Builds the profile from a mouse entry of the settings file, whose input keys are decimal
-    // text. Throws for an entry that cannot be used: nlohmann::json::out_of_range (no
-    // "appConfigs"), nlohmann::json::type_error (a list that is none, an "action" that is no
-    // number), std::invalid_argument and std::out_of_range (an input key that is no int).
+    // text; "type" is not read here. The first action of a list counts, and of two names or keys
+    // that mean the same the later in byte order wins. Throws for an entry that cannot be used:
+    // nlohmann::json::out_of_range (no "appConfigs"), nlohmann::json::type_error (a list that is
+    // none, an "action" that is neither number nor boolean), std::invalid_argument and
+    // std::out_of_range (an input key that is no int).
     static mouse_t from_json(const nlohmann::json& entry);
 
     // The action bound to `input` in the application `app_name` (a process name as the system
     // gives it): of the entry with the same name, else with the longest name that the application's
-    // begins with, else with the longest that occurs in it, else of "default". What such an entry
-    // leaves unbound, "default" may bind. default_action_t when nothing applies. Never fails.
+    // begins with, else with the longest that occurs in it (of equally long ones the first in byte
+    // order), else of "default". What such an entry leaves unbound, "default" may bind.
+    // default_action_t when nothing applies. Never fails.
     action_t get_action(input_value_e input, const std::string& app_name);
 
   private:
@@ -61,7 +68,7 @@ class mouse_t {
 
     // The entry that applies to an application, given the normal form of its name; null for none.
     // Valid as long as the profile.
-    const config_mouse_t* _resolve_app_config(const std::string& app_name) const;
+    const config_mouse_t* _resolve_app_config(const std::string& normal_name) const;
     const config_mouse_t* _find_app_config(const std::string& key) const;
 
     std::unordered_map<std::string, config_mouse_t> _app_configs;

@@ -45,6 +45,8 @@ action_t input_manager_t::get_action(qlx_device_e device, input_value_e input) {
         return default_action_t{};
     }
     if (const auto slot = slot_of(input)) {
+        // Makes an empty row for a model that has none: its answer is that of a row in which
+        // nothing is held, and there are no more rows than mouse models.
         return _table[device][*slot];
     }
     return default_action_t{};

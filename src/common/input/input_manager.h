@@ -12,7 +12,7 @@ class input_manager_t {
   public:
     // Every slot of the three known models holds default_action_t.
     input_manager_t();
-    virtual ~input_manager_t() = default;
+    virtual ~input_manager_t() = default;  // hook_manager_t derives from it
     input_manager_t(const input_manager_t&) = delete;
     input_manager_t& operator=(const input_manager_t&) = delete;
 
@@ -21,7 +21,8 @@ class input_manager_t {
     void store_action(qlx_device_e device, input_value_e input, action_t action);
 
     // A copy of the held action, which stays held; default_action_t when none is. For not_a_device
-    // and for inputs other than 1 to 9 it also logs an error.
+    // and for inputs other than 1 to 9 it also logs an error. A model that is not known gets an
+    // empty row.
     action_t get_action(qlx_device_e device, input_value_e input);
 
   private:

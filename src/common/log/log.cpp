@@ -14,6 +14,7 @@ namespace utils {
 namespace {
 
 constexpr std::size_t rotated_files = 3;
+constexpr bool rotate_on_open = false;  // a restart goes on in the file that is there
 constexpr std::chrono::seconds flush_period{2};
 
 // With one fixed text for the error, which the standard libraries word differently.
@@ -28,7 +29,8 @@ std::shared_ptr<spdlog::sinks::sink> make_sink(sink_e kind) {
     switch (kind) {
         case sink_e::file:
             return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
-                config_t::get_log_data_path().string(), config_t::logs_size, rotated_files, false);
+                config_t::get_log_data_path().string(), config_t::logs_size, rotated_files,
+                rotate_on_open);
         case sink_e::console:
             return std::make_shared<spdlog::sinks::ansicolor_stdout_sink_mt>(
                 spdlog::color_mode::automatic);
@@ -39,12 +41,15 @@ std::shared_ptr<spdlog::sinks::sink> make_sink(sink_e kind) {
 }  // namespace
 
 void init_log(std::string_view name, sink_e sink) {
+    // Neither the sink nor the logger holds anything back: the call sites decide what is logged.
     set_all_logger_sinks(create_sink(sink, name, spdlog::level::trace));
     const auto logger = get_logger_runtime(app);
     logger->set_level(spdlog::level::trace);
     // The logger table is older than the logging library's registry, and so outlives it and its
     // flushing thread, which the registry joins at the end of the process.
     spdlog::register_logger(logger);
+    // The only flushing there is. No level forces one, not even an error: that would put a disk
+    // write on the thread that handles the events.
     spdlog::flush_every(flush_period);
     QLX_LOG_INFO("Logger init success");
 }

@@ -27,17 +27,19 @@ enum class sink_e {
 using logger_table_t = std::array<std::shared_ptr<spdlog::logger>, nb_logger_last_in_enum>;
 
 // Gives the "app" logger exactly one sink of the given kind, lets every level through and flushes
-// every 2 seconds from a thread of the logging library. Call once, before other threads log.
-// Throws std::runtime_error ("HOME not set") and spdlog::spdlog_ex (the file cannot be opened).
+// every 2 seconds from a thread of the logging library. `name` stands in every line. Call once,
+// before other threads log. Throws as create_sink, and spdlog::spdlog_ex when it is called again.
 void init_log(std::string_view name, sink_e sink);
 
-// A new sink of the given kind with the program's line format, in which `name` stands.
-// Throws as init_log.
+// A new sink of the given kind with the program's line format. `name` goes into a pattern of the
+// logging library, where a '%' begins a flag; `level` is the sink's threshold. The file is opened
+// here. Throws std::invalid_argument for a number that is no kind and, for the file,
+// std::runtime_error ("HOME not set") and spdlog::spdlog_ex (it cannot be opened). Any thread.
 std::shared_ptr<spdlog::sinks::sink> create_sink(sink_e kind, std::string_view name,
                                                  spdlog::level::level_enum level);
 
 // The process's loggers, created without sinks on first use: what is logged before init_log is
-// dropped. Any thread.
+// dropped. The table lives to the end of the process and is not changed after init_log. Any thread.
 logger_table_t& logger_list();
 
 // Creates the logger `id` in its slot. Throws std::runtime_error when it is there already and
@@ -45,11 +47,13 @@ logger_table_t& logger_list();
 void fill_as_sorted_logger_list(logger_table_t& table, loggers_e id);
 
 // A new table with one new logger for each id.
-// Throws std::runtime_error for nb_logger_last_in_enum and for an id that is given twice.
+// Throws std::runtime_error for nb_logger_last_in_enum and for an id that is given twice, and
+// std::out_of_range for any other value that is no logger.
 template <typename... ids_t>
 logger_table_t create_all_logger(ids_t... ids) {
     logger_table_t table;
-    const auto create = [&table](loggers_e id) {
+    // Without an id nothing calls it.
+    [[maybe_unused]] const auto create = [&table](loggers_e id) {
         if (id == nb_logger_last_in_enum) {
             throw std::runtime_error("nb_logger_last_in_enum is not a viable logger to create");
         }
@@ -63,7 +67,7 @@ logger_table_t create_all_logger(ids_t... ids) {
 std::string get_name(loggers_e id);
 
 // Throws std::out_of_range for a value that is no logger, as does every function below that
-// takes an id.
+// takes an id. Any thread, as for the four functions of the levels.
 std::shared_ptr<spdlog::logger> get_logger_runtime(loggers_e id);
 
 spdlog::level::level_enum get_log_level(loggers_e id);
@@ -82,7 +86,8 @@ void set_all_logger_sinks(std::initializer_list<std::shared_ptr<spdlog::sinks::s
 
 }  // namespace utils
 
-// One line through the "app" logger, with the place of the call. Any thread. Never throws.
+// One line through the "app" logger, with the place of the call. Any thread. What the logging
+// library raises is reported on standard error, not thrown.
 #define QLX_LOG(level, ...) \
     SPDLOG_LOGGER_CALL(::utils::logger_list()[::utils::app], level, __VA_ARGS__)
 #define QLX_LOG_INFO(...) QLX_LOG(spdlog::level::info, __VA_ARGS__)
