@@ -8,6 +8,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "control/launches.h"
@@ -58,8 +59,6 @@ class executer_launch_test : public testing::Test {
     log_capture_t log;
     temporary_home_t home;
     const std::string usual_path = std::getenv("PATH");
-};
-const std::string usual_path = std::getenv("PATH");
 };
 
 TEST_F(executer_launch_test, a_path_reaches_open_as_the_shell_reads_it) {
