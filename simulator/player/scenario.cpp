@@ -303,7 +303,9 @@ void read_named(object_reader_t& reader, const std::string& key,
         throw std::runtime_error(where + ": must be an object");
     }
     for (const auto& [name, value] : all->items()) {
-        read(name, value, where + ", \"" + name + "\"");
+        std::string place = where;
+        place.append(", \"").append(name).append("\"");
+        read(name, value, std::move(place));
     }
 }
 
