@@ -92,7 +92,7 @@ const config_mouse_t* mouse_t::_resolve_app_config(const std::string& normal_nam
             // "default" is no application: a program whose name contains the word must not match
             // it. Among equally long names the order of the map, which is chance, must not decide.
             const bool is_better = name.size() > kept_name.size() ||
-                                   (name.size() == kept_name.size() && name < kept_name);
+                                   (name.size() == kept_name.size() && kept_name.compare(name) > 0);
             if (name != default_app && is_better && matches(name)) {
                 kept = &config;
                 kept_name = name;
