@@ -20,7 +20,7 @@ enum class input_value_e : std::uint32_t {
     horizontal_scroll_negative = 8,
     horizontal_scroll_positive = 9,
     // Cannot be held from its press to its release. Bound, its press is swallowed, its release
-    // passes and nothing runs. Meant: settings in use rely on it.
+    // passes and nothing runs. Meant: only 1 to 9 can be held.
     corvane_extra_key = 10,
 
     // The keyboard as a PC enumerates it. The holes at 150, 171 and 211 to 218 are keys that a Mac

@@ -42,7 +42,8 @@ class worker_t {
         }
     }
 
-    // Any thread. Never waits for the callback. An item pushed after the stop is not executed.
+    // Any thread. Never waits for the callback. An item pushed after the stop is not executed,
+    // unless the worker is started again.
     void push_event(item_t item) {
         {
             const std::lock_guard lock(_mutex);

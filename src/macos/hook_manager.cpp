@@ -66,9 +66,9 @@ bool hook_manager_t::process_event(input_value_e input, button_state_e state,
                                    std::optional<std::string> process_name) {
     // What a button does is decided by its press, for the application that the pointer is over
     // then, and done by its release, wherever that comes: so both halves of a click are swallowed
-    // or both reach the application. The held action is copied, not taken, so a release whose press
-    // was not seen runs what the button did last. An action that does nothing is queued too: the
-    // log shows every release of a captured button.
+    // or both reach the application, as long as the same model stays active. The held action is
+    // copied, not taken, so a release whose press was not seen runs what the button did last. An
+    // action that does nothing is queued too: the log shows every release of a captured button.
     switch (state) {
         case button_state_e::released: {
             action_t action = get_action(current_active_mouse.load(), input);
@@ -85,7 +85,7 @@ bool hook_manager_t::process_event(input_value_e input, button_state_e state,
         case button_state_e::pressed: {
             // An input that cannot be held (corvane_extra_key) is answered by its binding all the
             // same: bound, its press is swallowed here, while its release finds nothing held, so it
-            // passes and nothing runs. Meant: settings in use rely on it.
+            // passes and nothing runs. Meant: only the inputs 1 to 9 can be held.
             const action_t action = resolve_action_for_process(input, std::move(process_name));
             store_action(current_active_mouse.load(), input, action);
             return is_handled(action);

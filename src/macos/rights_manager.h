@@ -20,8 +20,8 @@ extern const std::string file_path_rights;
 
 // Replaces the rights file as a whole: whoever reads it, at whatever moment this process is killed
 // and however many write at once, finds the old or the new file. Writes `path` + ".tmp" first.
-// Waits for other writers, but not for ever: half a second, then it goes on without their leave.
-// Failures are logged and leave the old file. Never throws. Any thread.
+// Waits for another writer at most half a second; one that takes longer is a failure. Failures are
+// logged and leave the old file. Never throws. Any thread.
 void write_rights_to_file(bool accessibility, bool input_monitoring,
                           const std::string& path = file_path_rights);
 

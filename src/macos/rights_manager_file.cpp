@@ -51,14 +51,20 @@ class descriptor_t {
 
     bool is_open() const { return _descriptor >= 0; }
 
-    // A file system without locks is used without them. So is one whose lock another process does
-    // not let go: the daemon must not stand still for a process that does.
-    void lock(int operation) const {
+    // False when another process does not let the lock go: the daemon must not stand still for one
+    // that does. A file system without locks is used without them.
+    bool lock(int operation) const {
         const auto end = std::chrono::steady_clock::now() + longest_wait_for_lock;
-        while (is_open() && flock(_descriptor, operation | LOCK_NB) != 0 &&
-               (errno == EINTR || errno == EWOULDBLOCK) && std::chrono::steady_clock::now() < end) {
+        while (is_open() && flock(_descriptor, operation | LOCK_NB) != 0) {
+            if (errno != EINTR && errno != EWOULDBLOCK) {
+                return true;
+            }
+            if (std::chrono::steady_clock::now() >= end) {
+                return false;
+            }
             std::this_thread::sleep_for(pause_between_tries);
         }
+        return true;
     }
 
     // Some file systems cannot do it and say so; the file is as good as it gets there.
@@ -123,7 +129,11 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
     // lock of a writer that is killed; what that one left is emptied by the next.
     const descriptor_t folder(
         open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
-    folder.lock(LOCK_EX);
+    if (!folder.lock(LOCK_EX)) {
+        // Its holder may be about to put the temporary file in place: it is not ours to empty.
+        QLX_LOG_ERROR("Failed to write rights status to {}: {}", path, "the folder stays locked");
+        return;
+    }
 
     // Without a home folder there is no path, and the working folder is not the place to write to.
     descriptor_t file(path.empty() ? -1

@@ -48,7 +48,7 @@ class mouse_t {
     // that mean the same the later in byte order wins. Throws for an entry that cannot be used:
     // nlohmann::json::out_of_range (no "appConfigs"), nlohmann::json::type_error (a list that is
     // none, an "action" that is neither number nor boolean), std::invalid_argument and
-    // std::out_of_range (an input key that is no int).
+    // std::out_of_range (an input key that is no int, or a plain value in place of an object).
     static mouse_t from_json(const nlohmann::json& entry);
 
     // The action bound to `input` in the application `app_name` (a process name as the system

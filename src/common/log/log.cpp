@@ -48,8 +48,8 @@ void init_log(std::string_view name, sink_e sink) {
     // The logger table is older than the logging library's registry, and so outlives it and its
     // flushing thread, which the registry joins at the end of the process.
     spdlog::register_logger(logger);
-    // The only flushing there is. No level forces one, not even an error: that would put a disk
-    // write on the thread that handles the events.
+    // The only flushing while the daemon runs. No level forces one, not even an error: that would
+    // put a disk write on the thread that handles the events.
     spdlog::flush_every(flush_period);
     QLX_LOG_INFO("Logger init success");
 }
