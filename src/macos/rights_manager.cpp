@@ -68,36 +68,32 @@ permission_guard_t::permission_guard_t(std::chrono::seconds period, std::functio
     _start();
 }
 
-// A thread works on the object that started it, so the other guard's must have ended before its
-// callback is taken.
 permission_guard_t::permission_guard_t(permission_guard_t&& other) noexcept : _running(true) {
-    const bool was_watching = other._thread.joinable();
-    other._join();
-    _period = other._period;
-    _on_lost = std::exchange(other._on_lost, nullptr);
-    _last_state = other._last_state.load();
-    if (was_watching) {
-        _start();
-    }
+    _take_over(other);
 }
 
 permission_guard_t& permission_guard_t::operator=(permission_guard_t&& other) noexcept {
-    if (this == &other) {
-        return *this;
+    if (this != &other) {
+        _stop();
+        // _running is not set again: a guard that has been stopped stays stopped, also when it is
+        // given another's watch, and the thread that this starts ends at once. Meant: nobody is
+        // called back by a guard that its owner has once ended; poke_now() goes on to work.
+        _take_over(other);
     }
-    _stop();
+    return *this;
+}
+
+// A thread works on the object that started it, so the other guard's must have ended before its
+// callback is taken.
+void permission_guard_t::_take_over(permission_guard_t& other) noexcept {
     const bool was_watching = other._thread.joinable();
     other._join();
     _period = other._period;
     _on_lost = std::exchange(other._on_lost, nullptr);
     _last_state = other._last_state.load();
     if (was_watching) {
-        // _running is not set again: a guard that has been stopped stays stopped, also when it is
-        // given another's watch, and this thread ends at once. Meant: nobody is called back by a
-        // guard that its owner has once ended; poke_now() goes on to work.
         _start();
     }
-    return *this;
 }
 
 permission_guard_t::~permission_guard_t() {

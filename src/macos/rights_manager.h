@@ -61,6 +61,7 @@ class permission_guard_t {
   private:
     static bool _check_ax_permission();
 
+    void _take_over(permission_guard_t& other) noexcept;
     void _start();
     void _join() noexcept;
     void _stop() noexcept;
