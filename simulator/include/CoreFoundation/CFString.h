@@ -5,8 +5,10 @@
 using CFStringEncoding = UInt32;
 using CFStringCompareFlags = CFOptionFlags;
 
-inline constexpr CFStringEncoding kCFStringEncodingASCII = 0x0600;
-inline constexpr CFStringEncoding kCFStringEncodingUTF8 = 0x08000100;
+enum CFStringBuiltInEncodings : CFStringEncoding {
+    kCFStringEncodingASCII = 0x0600,
+    kCFStringEncodingUTF8 = 0x08000100,
+};
 
 // A string that lives as long as the process; the same text is the same object.
 #define CFSTR(text) __CFStringMakeConstantString("" text "")

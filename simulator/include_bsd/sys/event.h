@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 
+#pragma pack(push, 4)
 struct kevent {
     std::uintptr_t ident;  // what is watched: a file descriptor
     std::int16_t filter;
@@ -14,21 +15,18 @@ struct kevent {
     std::intptr_t data;
     void* udata;  // comes back with the event
 };
+#pragma pack(pop)
 
 #define EVFILT_VNODE (-4)
 
 #define EV_ADD 0x0001
-#define EV_DELETE 0x0002
-#define EV_ENABLE 0x0004
-#define EV_DISABLE 0x0008
 #define EV_ONESHOT 0x0010
 #define EV_CLEAR 0x0020
-#define EV_ERROR 0x4000
 #define EV_EOF 0x8000
 
-#define NOTE_DELETE 0x00000001U
-#define NOTE_RENAME 0x00000020U
-#define NOTE_REVOKE 0x00000040U
+#define NOTE_DELETE 0x00000001
+#define NOTE_RENAME 0x00000020
+#define NOTE_REVOKE 0x00000040
 
 #define EV_SET(event, ident_, filter_, flags_, fflags_, data_, udata_) \
     do {                                                               \

@@ -73,9 +73,9 @@ using simulator::object_of;
 
 extern "C" {
 
-const CFArrayCallBacks kCFTypeArrayCallBacks = {0};
-const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {0};
-const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {0};
+const CFArrayCallBacks kCFTypeArrayCallBacks = {};
+const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks = {};
+const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks = {};
 
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                          const CFArrayCallBacks* callbacks) {

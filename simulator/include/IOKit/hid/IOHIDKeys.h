@@ -12,6 +12,7 @@
 #define kIOHIDElementUsagePageKey "UsagePage"
 #define kIOHIDElementUsageKey "Usage"
 
-enum IOHIDOptionsType : std::uint32_t {
+enum : std::uint32_t {
     kIOHIDOptionsTypeNone = 0,
 };
+using IOHIDOptionsType = std::uint32_t;
