@@ -2,118 +2,151 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "control/objects.h"
+#include "core_foundation/mach_port.h"
 
+// What the platform's own library was not asked: what is owned, mistakes, and threads.
 namespace {
 
 using lines_t = std::vector<std::string>;
 
-CFStringRef string_of(const std::string& bytes, CFStringEncoding encoding = kCFStringEncodingUTF8) {
-    return CFStringCreateWithBytes(kCFAllocatorDefault,
-                                   reinterpret_cast<const UInt8*>(bytes.data()),
-                                   static_cast<CFIndex>(bytes.size()), encoding, 0);
+lines_t objects_alive() {
+    lines_t alive = simulator::objects_alive();
+    std::sort(alive.begin(), alive.end());
+    return alive;
+}
+
+CFStringRef make_string() {
+    return CFStringCreateWithBytes(kCFAllocatorDefault, nullptr, 0, kCFStringEncodingUTF8, 0);
 }
 
 CFArrayRef array_of(const void** values, CFIndex count) {
     return CFArrayCreate(kCFAllocatorDefault, values, count, &kCFTypeArrayCallBacks);
 }
 
-CFDictionaryRef dictionary_of(const void** keys, const void** values, CFIndex count) {
-    return CFDictionaryCreate(kCFAllocatorDefault, keys, values, count,
-                              &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+CFMutableDictionaryRef make_dictionary(CFIndex capacity) {
+    return CFDictionaryCreateMutable(kCFAllocatorDefault, capacity, &kCFTypeDictionaryKeyCallBacks,
+                                     &kCFTypeDictionaryValueCallBacks);
 }
 
-TEST(objects, containers_share_what_they_hold_and_what_is_owned_is_listed) {
-    const void* text = string_of("text");
+CFRunLoopTimerRef add_due_timer(CFTimeInterval interval, CFRunLoopTimerCallBack callout) {
+    const CFRunLoopTimerRef timer =
+        CFRunLoopTimerCreate(kCFAllocatorDefault, 0, interval, 0, 0, callout, nullptr);
+    CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+    return timer;
+}
+
+// A port with a message, and its source; a run loop alone keeps both.
+struct channel_t {
+    channel_t(CFRunLoopRef loop, const std::function<void()>& message) {
+        auto made = std::make_unique<simulator::mach_port_t>([] {});
+        made->messages()->post(message);
+        port = static_cast<CFMachPortRef>(
+            const_cast<void*>(simulator::publish(std::move(made), "channel_t")));
+        source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+        CFRunLoopAddSource(loop, source, kCFRunLoopCommonModes);
+        CFRelease(port);
+        CFRelease(source);
+    }
+
+    CFMachPortRef port = nullptr;
+    CFRunLoopSourceRef source = nullptr;
+};
+
+TEST(owners, of_containers_and_their_items_are_listed) {
+    const void* text = make_string();
     const CFArrayRef array = array_of(&text, 1);
-    const CFMutableDictionaryRef dictionary = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    const CFMutableDictionaryRef dictionary = make_dictionary(0);
     CFDictionarySetValue(dictionary, text, text);
     CFDictionarySetValue(dictionary, text, array);
     CFRelease(text);
     CFRelease(array);
-    lines_t alive = simulator::objects_alive();
-    std::sort(alive.begin(), alive.end());
-    EXPECT_EQ(alive, (lines_t{"CFArray from CFArrayCreate, retained 1",
-                              "CFDictionary from CFDictionaryCreateMutable, retained 1",
-                              "CFString from CFStringCreateWithBytes, retained 2"}));
+    EXPECT_EQ(objects_alive(), (lines_t{"CFArray from CFArrayCreate, retained 1",
+                                        "CFDictionary from CFDictionaryCreateMutable, retained 1",
+                                        "CFString from CFStringCreateWithBytes, retained 2"}));
     CFRelease(dictionary);
-    EXPECT_EQ(simulator::objects_alive(), lines_t());
+    EXPECT_EQ(objects_alive(), lines_t());
 }
 
-TEST(strings, malformed_bytes_make_none) {
-    const std::vector<std::pair<std::string, bool>> cases = {
-        {"", true},
-        {std::string("a\0b", 3), true},
-        {"\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF", true},
-        {"\x80", false},
-        {"\xC3", false},
-        {"\xC0\xAF", false},          // longer than need be
-        {"\xED\xA0\x80", false},      // half of a surrogate pair
-        {"\xF4\x90\x80\x80", false},  // beyond the last code point
+TEST(owners, are_run_loops_of_what_they_serve_until_it_goes) {
+    const auto remove = [](const channel_t& channel, CFRunLoopMode mode) {
+        CFRunLoopRemoveSource(CFRunLoopGetCurrent(), channel.source, mode);
     };
-    for (const auto& [bytes, well_formed] : cases) {
-        const CFStringRef string = string_of(bytes);
-        EXPECT_EQ(string != nullptr, well_formed) << testing::PrintToString(bytes);
-        if (string != nullptr) {
-            CFRelease(string);
+    const std::vector<std::function<void(const channel_t&)>> ways = {
+        [&](const auto& channel) { remove(channel, kCFRunLoopCommonModes); },
+        [&](const auto& channel) {
+            remove(channel, kCFRunLoopDefaultMode);
+            remove(channel, kCFRunLoopCommonModes);
+        },
+        [](const auto& channel) { CFMachPortInvalidate(channel.port); },
+    };
+    for (const auto& let_go : ways) {
+        lines_t alive;
+        const channel_t channel(CFRunLoopGetCurrent(), [&] {
+            alive = objects_alive();
+            let_go(channel);
+        });
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 60, 1);
+        EXPECT_EQ(alive,
+                  (lines_t{"CFMachPort from channel_t, retained 1",
+                           "CFRunLoopSource from CFMachPortCreateRunLoopSource, retained 1"}));
+        EXPECT_EQ(objects_alive(), lines_t());
+    }
+    CFRelease(add_due_timer(0, [](auto...) {}));
+    CFRelease(add_due_timer(60, [](auto timer, auto) { CFRunLoopTimerInvalidate(timer); }));
+    EXPECT_EQ(objects_alive().size(), 2U);
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, 0);
+    EXPECT_EQ(objects_alive(), lines_t());
+}
+
+TEST(threads, feed_and_stop_another_threads_run_loop) {
+    const CFRunLoopRef loop = CFRunLoopGetCurrent();
+    std::atomic<int> called{0};
+    std::thread other([&] {
+        for (int turn = 1; turn <= 3; ++turn) {
+            const channel_t channel(loop, [&] { ++called; });
+            while (called < turn) {
+                std::this_thread::yield();
+            }
+            CFRunLoopRemoveSource(loop, channel.source, kCFRunLoopCommonModes);
         }
-    }
-    EXPECT_EQ(string_of("\xC3\xA9", kCFStringEncodingASCII), nullptr);
-}
-
-TEST(numbers, one_that_does_not_fit_is_told) {
-    const std::vector<std::pair<std::int64_t, bool>> cases = {
-        {0, true},           {2147483647, true},   {2147483648, false},
-        {-2147483648, true}, {-2147483649, false},
-    };
-    for (const auto& [value, fits] : cases) {
-        const CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &value);
-        std::int32_t narrow = 0;
-        std::int64_t wide = 0;
-        EXPECT_EQ(CFNumberGetValue(number, kCFNumberIntType, &narrow) != 0, fits) << value;
-        EXPECT_EQ(narrow == value, fits) << value;
-        EXPECT_TRUE(CFNumberGetValue(number, kCFNumberSInt64Type, &wide));
-        EXPECT_EQ(wide, value);
-        CFRelease(number);
-    }
+        CFRunLoopStop(loop);
+    });
+    CFRunLoopRun();
+    other.join();
+    EXPECT_EQ(called, 3);
+    EXPECT_EQ(objects_alive(), lines_t());
 }
 
 TEST(mistakes, end_the_program_with_the_function) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    const CFStringRef dead = string_of("dead");
+    const CFStringRef dead = make_string();
     CFRelease(dead);
     const int foreign = 0;
     const void* items[] = {CFSTR("item")};
     const CFNumberRef number = CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &foreign);
     const CFArrayRef array = array_of(nullptr, 0);
-    const CFDictionaryRef dictionary = dictionary_of(nullptr, nullptr, 0);
     const auto unknown_type = static_cast<CFNumberType>(6);
 
     const std::vector<std::pair<std::function<void()>, const char*>> mistakes = {
-        {[] { CFRelease(nullptr); }, "CFRelease: the reference is null"},
-        {[&] { CFRelease(dead); }, "CFRelease: the reference is dead"},
         {[&] { CFRetain(&foreign); }, "CFRetain: the reference is dead, or was never one"},
         {[&] { CFGetTypeID(dead); }, "CFGetTypeID: the reference is dead"},
         {[&] { items[0] = dead, array_of(items, 1); }, "CFArrayCreate: the reference is dead"},
         {[&] { array_of(items, -1); }, "CFArrayCreate: there are no such items"},
         {[] { array_of(nullptr, 1); }, "CFArrayCreate: there are no such items"},
-        {[&] { dictionary_of(nullptr, items, 1); }, "CFDictionaryCreate: there are no such items"},
-        {[&] { dictionary_of(items, nullptr, 1); }, "CFDictionaryCreate: there are no such items"},
+        {[] { CFArrayCreateMutable(kCFAllocatorDefault, -1, &kCFTypeArrayCallBacks); },
+         "CFArrayCreateMutable: the capacity is negative"},
+        {[] { make_dictionary(-1); }, "CFDictionaryCreateMutable: the capacity is negative"},
         {[&] { CFArrayAppendValue(const_cast<CFMutableArrayRef>(array), items[0]); },
          "CFArrayAppendValue: the array is immutable"},
-        {[&] {
-             CFDictionarySetValue(const_cast<CFMutableDictionaryRef>(dictionary), items[0], array);
-         },
-         "CFDictionarySetValue: the dictionary is immutable"},
-        {[] { CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, nullptr); },
-         "CFNumberCreate: there is no value"},
         {[&] { CFNumberGetValue(number, kCFNumberIntType, nullptr); },
          "CFNumberGetValue: there is no place"},
         {[&] { CFNumberGetValue(reinterpret_cast<CFNumberRef>(array), kCFNumberIntType, nullptr); },
@@ -123,13 +156,20 @@ TEST(mistakes, end_the_program_with_the_function) {
              CFNumberCreate(kCFAllocatorDefault, unknown_type, &foreign);
          },
          "CFNumberCreate: not modelled: the number type 6"},
+        {[] {
+             const auto timer = add_due_timer(1, [](auto...) {});
+             std::thread([=] {
+                 CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer, kCFRunLoopDefaultMode);
+             }).join();
+         },
+         "CFRunLoopAddTimer: the timer is in another run loop already"},
+        {[] { CFRunLoopRunInMode(CFSTR("mine"), 0, 0); }, "CFRunLoopRunInMode: not modelled"},
     };
     for (const auto& [mistake, message] : mistakes) {
         EXPECT_DEATH(mistake(), message);
     }
     CFRelease(number);
     CFRelease(array);
-    CFRelease(dictionary);
 }
 
 }  // namespace

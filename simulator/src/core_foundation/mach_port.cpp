@@ -31,11 +31,11 @@ extern "C" {
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port,
                                                  CFIndex order) {
     simulator::expect_default_allocator(allocator, __func__);
-    object_of<simulator::mach_port_t>(port, __func__);
+    const auto& object = object_of<simulator::mach_port_t>(port, __func__);
     if (order != 0) {
         simulator::not_modelled(__func__, "an order");
     }
-    if (simulator::shall_fail(__func__)) {
+    if (simulator::shall_fail(__func__) || !object.valid()) {
         return nullptr;
     }
     return static_cast<CFRunLoopSourceRef>(const_cast<void*>(
@@ -43,7 +43,10 @@ CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMac
 }
 
 void CFMachPortInvalidate(CFMachPortRef port) {
-    object_of<simulator::mach_port_t>(port, __func__).invalidate();
+    auto& object = object_of<simulator::mach_port_t>(port, __func__);
+    // The source, which goes, may be all that keeps the port.
+    const simulator::retained_t<simulator::mach_port_t> kept(port);
+    object.invalidate();
 }
 
 }  // extern "C"

@@ -25,6 +25,7 @@ class mach_port_t final : public object_t {
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
     const std::shared_ptr<message_source_t>& messages() const { return _messages; }
+    bool valid() const { return _valid; }
     void invalidate();
 
   private:

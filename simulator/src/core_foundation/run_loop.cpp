@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -20,7 +21,8 @@
 namespace simulator {
 namespace {
 
-using clock_t = std::chrono::steady_clock;
+// Static objects are made on the main thread.
+const std::thread::id main_thread = std::this_thread::get_id();
 
 CFRunLoopRef loop_of_thread(std::thread::id thread) {
     static auto* const mutex = new std::mutex;
@@ -28,20 +30,17 @@ CFRunLoopRef loop_of_thread(std::thread::id thread) {
     const std::lock_guard lock(*mutex);
     CFRunLoopRef& loop = (*loops)[thread];
     if (loop == nullptr) {
-        loop = static_cast<CFRunLoopRef>(
-            const_cast<void*>(publish_constant(std::make_unique<run_loop_t>())));
+        loop = static_cast<CFRunLoopRef>(const_cast<void*>(
+            publish_constant(std::make_unique<run_loop_t>(thread == main_thread))));
     }
     return loop;
 }
-
-// Static objects are made on the main thread.
-const std::thread::id main_thread = std::this_thread::get_id();
 
 // The state whose oldest message is the oldest of all; null when there is none. Lock held.
 std::shared_ptr<message_source_t::state_t> oldest_message(const run_loop_t& loop) {
     std::shared_ptr<message_source_t::state_t> oldest;
     for (const auto& item : loop.sources) {
-        if (!item.state->queue.empty() &&
+        if (item.served && !item.state->queue.empty() &&
             (oldest == nullptr || item.state->queue.front().stamp < oldest->queue.front().stamp)) {
             oldest = item.state;
         }
@@ -49,7 +48,7 @@ std::shared_ptr<message_source_t::state_t> oldest_message(const run_loop_t& loop
     return oldest;
 }
 
-bool call_one_message(run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
+bool call_one_message(const run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
     const auto state = oldest_message(loop);
     if (state == nullptr) {
         return false;
@@ -65,84 +64,96 @@ bool call_one_message(run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
     return true;
 }
 
-void fire_due_timers(run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
-    const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
-    std::vector<retained_t<run_loop_timer_t>> due;
-    for (const auto& item : loop.timers) {
-        if (item.object->next_fire <= now) {
-            due.push_back(item.timer);
-        }
+// A timer is never called inside its own callout, and the next time is counted on from there when
+// the callout has ended.
+void fire(run_loop_timer_t& timer, CFTypeRef reference, std::unique_lock<std::mutex>& lock) {
+    const auto lent = static_cast<CFRunLoopTimerRef>(const_cast<void*>(reference));
+    timer.firing = true;
+    lock.unlock();
+    timer.callout(lent, timer.info);
+    if (timer.interval == timer.interval.zero()) {
+        CFRunLoopTimerInvalidate(lent);
     }
-    for (auto& timer : due) {
-        run_loop_timer_t& object = *timer.operator->();
-        if (!object.valid) {
-            continue;  // a timer before it invalidated this one
-        }
-        const bool once = object.interval <= 0;
-        if (!once) {
-            const double missed = std::floor((now - object.next_fire) / object.interval);
-            object.next_fire += object.interval * (missed + 1);
-        }
-        const auto reference = static_cast<CFRunLoopTimerRef>(const_cast<void*>(timer.reference()));
-        lock.unlock();
-        object.callout(reference, object.info);
-        if (once) {
-            CFRunLoopTimerInvalidate(reference);
-        }
-        lock.lock();
-    }
-    if (!due.empty()) {
-        lock.unlock();
-        due.clear();
-        lock.lock();
+    lock.lock();
+    timer.firing = false;
+    if (timer.valid) {
+        const auto late = run_loop_clock_t::now() - timer.fire_time;
+        auto moved = timer.loop->take_out(timer);
+        timer.fire_time += timer.interval * (late / timer.interval + 1);
+        timer.loop->insert(std::move(moved));
     }
 }
 
-clock_t::time_point wake_time(const run_loop_t& loop, clock_t::time_point deadline) {
-    const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
-    for (const auto& item : loop.timers) {
-        const double seconds = std::clamp(item.object->next_fire - now, 0.0, 3600.0);
-        deadline =
-            std::min(deadline, clock_t::now() + std::chrono::duration_cast<clock_t::duration>(
-                                                    std::chrono::duration<double>(seconds)));
+bool fire_due_timers(const run_loop_t& loop, std::unique_lock<std::mutex>& lock) {
+    std::vector<run_loop_t::timer_t> due;
+    std::copy_if(loop.timers.begin(), loop.timers.end(), std::back_inserter(due),
+                 [](const auto& timer) { return timer->due(); });
+    if (due.empty()) {
+        return false;
+    }
+    for (const auto& timer : due) {
+        if (timer->due()) {  // still, after those before it
+            fire(*timer.operator->(), timer.reference(), lock);
+        }
+    }
+    lock.unlock();
+    due.clear();
+    lock.lock();
+    return true;
+}
+
+run_loop_clock_t::time_point wake_time(const run_loop_t& loop,
+                                       run_loop_clock_t::time_point deadline) {
+    for (const auto& timer : loop.timers) {
+        if (!timer->firing) {
+            return std::min(timer->fire_time, deadline);
+        }
     }
     return deadline;
 }
 
+// One pass: waits until one thing is there to serve, a stop, or the deadline. All due timers are
+// one thing, and so is one message. True for a message. An item that another thread takes away is
+// nothing to wake up for.
+bool serve_one(run_loop_t& loop, run_loop_clock_t::time_point deadline,
+               std::unique_lock<std::mutex>& lock) {
+    while (!fire_due_timers(loop, lock)) {
+        if (call_one_message(loop, lock)) {
+            return true;
+        }
+        if (loop.stopped || run_loop_clock_t::now() >= deadline) {
+            return false;
+        }
+        loop.changed.wait_until(lock, wake_time(loop, deadline));
+    }
+    return false;
+}
+
 CFRunLoopRunResult run(run_loop_t& loop, double seconds, bool one_source) {
-    constexpr double longest = 365.0 * 24 * 3600;
-    const auto deadline =
-        clock_t::now() + std::chrono::duration_cast<clock_t::duration>(
-                             std::chrono::duration<double>(std::clamp(seconds, 0.0, longest)));
+    const auto deadline = run_loop_clock_t::now() + duration_of(seconds);
     std::unique_lock lock(loops_mutex());
+    if (loop.empty()) {
+        return kCFRunLoopRunFinished;
+    }
     // A stop counts for the run that is under way: one that came before is lost, and one that an
     // outer run has got is not taken from it.
     const bool outer_stopped = std::exchange(loop.stopped, false);
-    CFRunLoopRunResult result = kCFRunLoopRunFinished;
-    while (true) {
-        if (loop.stopped) {
-            result = kCFRunLoopRunStopped;
-            break;
-        }
-        if (loop.empty()) {
-            break;
-        }
-        fire_due_timers(loop, lock);
-        if (call_one_message(loop, lock)) {
-            if (one_source) {
-                result = kCFRunLoopRunHandledSource;
-                break;
-            }
-        } else if (!loop.stopped && !loop.empty() && clock_t::now() < deadline) {
-            loop.changed.wait_until(lock, wake_time(loop, deadline));
-        }
-        if (clock_t::now() >= deadline && !loop.stopped) {
+    std::optional<CFRunLoopRunResult> result;
+    while (!result) {
+        const bool message_served = serve_one(loop, deadline, lock);
+        // In this order: a stop does not show in a run whose time is over.
+        if (message_served && one_source) {
+            result = kCFRunLoopRunHandledSource;
+        } else if (run_loop_clock_t::now() >= deadline) {
             result = kCFRunLoopRunTimedOut;
-            break;
+        } else if (loop.stopped) {
+            result = kCFRunLoopRunStopped;
+        } else if (loop.empty()) {
+            result = kCFRunLoopRunFinished;
         }
     }
     loop.stopped = outer_stopped;
-    return result;
+    return *result;
 }
 
 std::condition_variable& main_loop_started() {
@@ -155,6 +166,34 @@ std::condition_variable& main_loop_started() {
 std::mutex& loops_mutex() {
     static auto* const mutex = new std::mutex;
     return *mutex;
+}
+
+run_loop_clock_t::duration duration_of(double seconds) {
+    constexpr double longest = 16.0 * 365 * 24 * 3600;
+    return std::chrono::duration_cast<run_loop_clock_t::duration>(
+        std::chrono::duration<double>(std::min(longest, std::max(0.0, seconds))));
+}
+
+void run_loop_t::insert(timer_t timer) {
+    const auto place = std::upper_bound(
+        timers.begin(), timers.end(), timer->fire_time,
+        [](const auto& time, const auto& other) { return time < other->fire_time; });
+    timers.insert(place, std::move(timer));
+}
+
+run_loop_t::timer_t run_loop_t::take_out(const run_loop_timer_t& timer) {
+    const auto place = std::find_if(timers.begin(), timers.end(), [&](const auto& known) {
+        return known.operator->() == &timer;
+    });
+    timer_t taken = std::move(*place);
+    timers.erase(place);
+    return taken;
+}
+
+bool run_loop_t::empty() const {
+    return !_of_main_thread && timers.empty() &&
+           std::none_of(sources.begin(), sources.end(),
+                        [](const auto& item) { return item.served; });
 }
 
 run_loop_t& loop_of(CFRunLoopRef reference, const char* function) {

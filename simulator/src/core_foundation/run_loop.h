@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CFRunLoop.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -21,15 +22,6 @@ namespace simulator {
 // Guards every run loop, source and timer. Never held while the program's code runs or an object is
 // released.
 std::mutex& loops_mutex();
-
-// Where an item of a run loop is: the default mode alone, or the set of common modes, to which the
-// default mode belongs. A program of this desktop runs no other mode.
-struct places_t {
-    bool in_default = false;
-    bool in_common = false;
-
-    bool anywhere() const { return in_default || in_common; }
-};
 
 // What a program adds to a run loop in order to get the messages of a port. It keeps the port.
 class run_loop_source_t final : public object_t {
@@ -56,45 +48,61 @@ struct message_source_t::state_t {
     std::deque<pending_t> queue;
     std::size_t running = 0;
     bool closed = false;
-    std::vector<run_loop_t*> loops;
+    std::vector<run_loop_t*> loops;  // that serve it
 };
+
+using run_loop_clock_t = std::chrono::steady_clock;
+
+// Seconds as the loops count them: sixteen years at most, none for what is negative or no number.
+run_loop_clock_t::duration duration_of(double seconds);
 
 class run_loop_timer_t final : public object_t {
   public:
     static constexpr type_e type = type_e::run_loop_timer;
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
-    CFAbsoluteTime next_fire = 0;
-    CFTimeInterval interval = 0;
+    bool due() const { return valid && !firing && fire_time <= run_loop_clock_t::now(); }
+
+    run_loop_clock_t::time_point fire_time;
+    run_loop_clock_t::duration interval{};  // zero: it fires once
     CFRunLoopTimerCallBack callout = nullptr;
     void* info = nullptr;
     bool valid = true;
+    bool firing = false;
     run_loop_t* loop = nullptr;
 };
 
+// It has the default mode and the set of common modes, of which the default mode is the only one:
+// whatever is added to either is in the default mode.
 class run_loop_t final : public object_t {
   public:
     static constexpr type_e type = type_e::run_loop;
+    explicit run_loop_t(bool of_main_thread) : _of_main_thread(of_main_thread) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
     struct source_item_t {
         std::shared_ptr<message_source_t::state_t> state;
-        places_t places;
         retained_t<run_loop_source_t> source;  // empty for a scheduled HID manager
+        bool served = false;                   // is in the default mode
+        bool common = false;                   // was added to the common modes
     };
-    struct timer_item_t {
-        retained_t<run_loop_timer_t> timer;
-        run_loop_timer_t* object = nullptr;
-        places_t places;
-    };
+    using timer_t = retained_t<run_loop_timer_t>;
+
+    // Puts a timer among the others, after those that fire at the same time.
+    void insert(timer_t timer);
+    timer_t take_out(const run_loop_timer_t& timer);
+
+    // The main thread's loop also serves the main dispatch queue, which is always there.
+    bool empty() const;
 
     std::condition_variable changed;
     std::vector<source_item_t> sources;
-    std::vector<timer_item_t> timers;
-    bool stopped = false;
-    std::size_t runs = 0;  // CFRunLoopRun calls under way
+    std::vector<timer_t> timers;  // by their fire time
+    bool stopped = false;         // the run that is under way
+    std::size_t runs = 0;         // CFRunLoopRun calls under way
 
-    bool empty() const { return sources.empty() && timers.empty(); }
+  private:
+    const bool _of_main_thread;
 };
 
 run_loop_t& loop_of(CFRunLoopRef reference, const char* function);

@@ -21,60 +21,66 @@ std::uint64_t next_stamp() {
     return ++stamp;
 }
 
-bool& place(places_t& places, CFRunLoopMode mode, const char* function) {
-    if (mode == kCFRunLoopDefaultMode) {
-        return places.in_default;
+using state_ref_t = std::shared_ptr<message_source_t::state_t>;
+
+bool is_common(CFRunLoopMode mode, const char* function) {
+    if (mode != kCFRunLoopDefaultMode && mode != kCFRunLoopCommonModes) {
+        not_modelled(function, "a mode other than default and common");
     }
-    if (mode == kCFRunLoopCommonModes) {
-        return places.in_common;
-    }
-    not_modelled(function, "a mode other than default and common");
+    return mode == kCFRunLoopCommonModes;
 }
 
-// Takes the source out of one loop; what the loop retained goes to `dropped`, to be released after
-// the lock.
-void forget_source(run_loop_t& loop, const std::shared_ptr<message_source_t::state_t>& state,
-                   std::vector<retained_t<run_loop_source_t>>& dropped) {
-    const auto item = std::find_if(loop.sources.begin(), loop.sources.end(),
-                                   [&](const auto& known) { return known.state == state; });
-    if (item != loop.sources.end()) {
-        dropped.push_back(std::move(item->source));
+auto item_of(run_loop_t& loop, const state_ref_t& state) {
+    return std::find_if(loop.sources.begin(), loop.sources.end(),
+                        [&](const auto& known) { return known.state == state; });
+}
+
+// Takes the source out of the default mode, and its item out of the loop when nothing keeps it
+// there. Returns what the loop retained, to be released after the lock.
+retained_t<run_loop_source_t> stop_serving(run_loop_t& loop,
+                                           std::vector<run_loop_t::source_item_t>::iterator item) {
+    item->served = false;
+    std::erase(item->state->loops, &loop);
+    retained_t<run_loop_source_t> dropped;
+    if (!item->common) {
+        dropped = std::move(item->source);
         loop.sources.erase(item);
     }
-    std::erase(state->loops, &loop);
-    loop.changed.notify_all();
+    return dropped;
 }
 
-void add_source(run_loop_t& loop, const std::shared_ptr<message_source_t::state_t>& state,
-                CFRunLoopMode mode, CFTypeRef source, const char* function) {
+void add_source(run_loop_t& loop, const state_ref_t& state, CFRunLoopMode mode, CFTypeRef source,
+                const char* function) {
+    const bool common = is_common(mode, function);
     const std::lock_guard lock(loops_mutex());
     if (state->closed) {
         return;  // an invalid source is not added
     }
-    auto item = std::find_if(loop.sources.begin(), loop.sources.end(),
-                             [&](const auto& known) { return known.state == state; });
+    auto item = item_of(loop, state);
     if (item == loop.sources.end()) {
-        loop.sources.push_back({state, {}, retained_t<run_loop_source_t>(source)});
+        loop.sources.push_back({state, retained_t<run_loop_source_t>(source)});
         item = std::prev(loop.sources.end());
+    }
+    if (!std::exchange(item->served, true)) {
         state->loops.push_back(&loop);
     }
-    place(item->places, mode, function) = true;
+    item->common = item->common || common;
     loop.changed.notify_all();
 }
 
-void remove_source(run_loop_t& loop, const std::shared_ptr<message_source_t::state_t>& state,
-                   CFRunLoopMode mode, const char* function) {
-    std::vector<retained_t<run_loop_source_t>> dropped;
+// What was never added to the common modes is not taken from them; what was, leaves the default
+// mode with them, also when it had been added to that one too.
+void remove_source(run_loop_t& loop, const state_ref_t& state, CFRunLoopMode mode,
+                   const char* function) {
+    const bool common = is_common(mode, function);
+    retained_t<run_loop_source_t> dropped;
     const std::lock_guard lock(loops_mutex());
-    const auto item = std::find_if(loop.sources.begin(), loop.sources.end(),
-                                   [&](const auto& known) { return known.state == state; });
-    if (item == loop.sources.end()) {
+    const auto item = item_of(loop, state);
+    if (item == loop.sources.end() || (common && !item->common)) {
         return;
     }
-    place(item->places, mode, function) = false;
-    if (!item->places.anywhere()) {
-        forget_source(loop, state, dropped);
-    }
+    item->common = item->common && !common;
+    dropped = stop_serving(loop, item);
 }
 
 }  // namespace
@@ -104,7 +110,10 @@ void message_source_t::close() {
     _state->closed = true;
     unread.swap(_state->queue);
     while (!_state->loops.empty()) {
-        forget_source(*_state->loops.back(), _state, dropped);
+        run_loop_t& loop = *_state->loops.back();
+        const auto item = item_of(loop, _state);
+        item->common = false;
+        dropped.push_back(stop_serving(loop, item));
     }
 }
 
@@ -164,8 +173,9 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime 
         return nullptr;
     }
     auto timer = std::make_unique<simulator::run_loop_timer_t>();
-    timer->next_fire = fire_date;
-    timer->interval = interval;
+    timer->fire_time = simulator::run_loop_clock_t::now() +
+                       simulator::duration_of(fire_date - CFAbsoluteTimeGetCurrent());
+    timer->interval = simulator::duration_of(interval);
     timer->callout = callout;
     timer->info = context == nullptr ? nullptr : context->info;
     return static_cast<CFRunLoopTimerRef>(
@@ -175,36 +185,25 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime 
 void CFRunLoopAddTimer(CFRunLoopRef loop, CFRunLoopTimerRef timer, CFRunLoopMode mode) {
     auto& target = simulator::loop_of(loop, __func__);
     auto& object = object_of<simulator::run_loop_timer_t>(timer, __func__);
+    simulator::is_common(mode, __func__);
     const std::lock_guard lock(simulator::loops_mutex());
-    if (!object.valid) {
-        return;
-    }
     if (object.loop != nullptr && object.loop != &target) {
         simulator::misuse(__func__, "the timer is in another run loop already");
     }
-    auto item = std::find_if(target.timers.begin(), target.timers.end(),
-                             [&](const auto& known) { return known.object == &object; });
-    if (item == target.timers.end()) {
-        target.timers.push_back(
-            {simulator::retained_t<simulator::run_loop_timer_t>(timer), &object, {}});
-        item = std::prev(target.timers.end());
+    if (object.valid && object.loop == nullptr) {
         object.loop = &target;
+        target.insert(simulator::run_loop_t::timer_t(timer));
+        target.changed.notify_all();
     }
-    simulator::place(item->places, mode, __func__) = true;
-    target.changed.notify_all();
 }
 
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer) {
     auto& object = object_of<simulator::run_loop_timer_t>(timer, __func__);
-    simulator::retained_t<simulator::run_loop_timer_t> dropped;
+    simulator::run_loop_t::timer_t dropped;
     const std::lock_guard lock(simulator::loops_mutex());
     object.valid = false;
     if (simulator::run_loop_t* const loop = std::exchange(object.loop, nullptr)) {
-        const auto item = std::find_if(loop->timers.begin(), loop->timers.end(),
-                                       [&](const auto& known) { return known.object == &object; });
-        dropped = std::move(item->timer);
-        loop->timers.erase(item);
-        loop->changed.notify_all();
+        dropped = loop->take_out(object);
     }
 }
 

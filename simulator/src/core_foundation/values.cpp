@@ -4,20 +4,22 @@
 #include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFString.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <limits>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <string_view>
 
 #include "core/failure.h"
 
 namespace simulator {
 namespace {
 
-// Whether the bytes are well-formed in the encoding: no stray, overlong or cut-off sequence, no
-// surrogate, nothing beyond U+10FFFF.
-bool well_formed(const std::string& text, CFStringEncoding encoding) {
+// Whether the bytes are well-formed UTF-8: no stray, overlong or cut-off sequence, no surrogate,
+// nothing beyond U+10FFFF.
+bool well_formed(std::string_view text) {
     std::size_t at = 0;
     while (at < text.size()) {
         const auto first = static_cast<unsigned char>(text[at]);
@@ -27,9 +29,6 @@ bool well_formed(const std::string& text, CFStringEncoding encoding) {
         if (first < 0x80) {
             ++at;
             continue;
-        }
-        if (encoding == kCFStringEncodingASCII) {
-            return false;
         }
         if ((first & 0xE0U) == 0xC0U) {
             length = 2, point = first & 0x1FU, least = 0x80;
@@ -56,6 +55,46 @@ bool well_formed(const std::string& text, CFStringEncoding encoding) {
         at += length;
     }
     return true;
+}
+
+// The platform takes a byte beyond ASCII for the character of that number.
+std::string from_ascii(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        const auto number = static_cast<unsigned char>(byte);
+        if (number < 0x80) {
+            text += byte;
+        } else {
+            text += static_cast<char>(0xC0U | (number >> 6U));
+            text += static_cast<char>(0x80U | (number & 0x3FU));
+        }
+    }
+    return text;
+}
+
+std::optional<std::string> from_utf8(std::string_view bytes) {
+    constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+    if (bytes.substr(0, byte_order_mark.size()) == byte_order_mark) {
+        bytes.remove_prefix(byte_order_mark.size());
+    }
+    return well_formed(bytes) ? std::optional(std::string(bytes)) : std::nullopt;
+}
+
+// Where the character of this byte stands among UTF-16 units: what UTF-8 writes in four bytes is a
+// pair of surrogates there, before U+E000.
+int rank_in_utf16(char byte) {
+    const auto number = static_cast<unsigned char>(byte);
+    return number == 0xEE || number == 0xEF ? number + 0x10 : number;
+}
+
+int compare_in_utf16(const std::string& first, const std::string& second) {
+    const auto [in_first, in_second] =
+        std::mismatch(first.begin(), first.end(), second.begin(), second.end());
+    if (in_first == first.end() || in_second == second.end()) {
+        return static_cast<int>(in_first != first.end()) -
+               static_cast<int>(in_second != second.end());
+    }
+    return rank_in_utf16(*in_first) < rank_in_utf16(*in_second) ? -1 : 1;
 }
 
 bool is_64_bit(CFNumberType type, const char* function) {
@@ -114,15 +153,15 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes
     if (encoding != kCFStringEncodingUTF8 && encoding != kCFStringEncodingASCII) {
         simulator::not_modelled(__func__, "an encoding other than UTF-8 or ASCII");
     }
-    std::string text(static_cast<std::size_t>(count), '\0');
-    if (count > 0) {
-        std::memcpy(text.data(), bytes, static_cast<std::size_t>(count));
-    }
-    if (simulator::shall_fail(__func__) || !simulator::well_formed(text, encoding)) {
+    const std::string_view given(reinterpret_cast<const char*>(bytes),
+                                 static_cast<std::size_t>(count));
+    auto text = encoding == kCFStringEncodingASCII ? std::optional(simulator::from_ascii(given))
+                                                   : simulator::from_utf8(given);
+    if (simulator::shall_fail(__func__) || !text) {
         return nullptr;
     }
     return static_cast<CFStringRef>(
-        simulator::publish(std::make_unique<simulator::string_t>(std::move(text)), __func__));
+        simulator::publish(std::make_unique<simulator::string_t>(std::move(*text)), __func__));
 }
 
 CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
@@ -130,9 +169,9 @@ CFComparisonResult CFStringCompare(CFStringRef first, CFStringRef second,
     if (options != 0) {
         simulator::not_modelled(__func__, "options");
     }
-    const int order = object_of<simulator::string_t>(first, __func__)
-                          .text.compare(object_of<simulator::string_t>(second, __func__).text);
-    return order < 0 ? kCFCompareLessThan : order > 0 ? kCFCompareGreaterThan : kCFCompareEqualTo;
+    return static_cast<CFComparisonResult>(
+        simulator::compare_in_utf16(object_of<simulator::string_t>(first, __func__).text,
+                                    object_of<simulator::string_t>(second, __func__).text));
 }
 
 CFTypeID CFNumberGetTypeID() {

@@ -41,12 +41,10 @@ class number_t final : public object_t {
 class url_t final : public object_t {
   public:
     static constexpr type_e type = type_e::url;
-    url_t(std::string file_path, bool directory)
-        : path(std::move(file_path)), is_directory(directory) {}
+    explicit url_t(std::string file_path) : path(std::move(file_path)) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
     const std::string path;  // UTF-8
-    const bool is_directory;
 };
 
 class array_t final : public object_t {
