@@ -102,7 +102,7 @@ bool settle(run_loop_e run_loop, std::chrono::milliseconds at_most) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
-        // A loop with nothing in it returns at once.
+        // Without anything in it, another thread's loop than the main one returns at once.
         if (run_loop == run_loop_e::leave ||
             CFRunLoopRunInMode(kCFRunLoopDefaultMode, std::chrono::duration<double>(pause).count(),
                                true) == kCFRunLoopRunFinished) {
