@@ -15,27 +15,47 @@ namespace simulator {
 
 using device_id_t = std::uint32_t;
 
-// A device with up to two HID interfaces, as mice with extra keys have them: a pointer (Generic
-// Desktop page, Mouse, with X, Y, 32 buttons and wheels) and a keyboard (device usage page
-// Keyboard/Keypad with elements of that page, besides the usual Generic Desktop, Keyboard).
+// A usage of the HID tables.
+struct usage_t {
+    std::uint32_t page = 0;
+    std::uint32_t id = 0;
+};
+using usages_t = std::vector<usage_t>;
+
+// The usage pairs of interfaces, one for each application or physical collection of their report
+// descriptors.
+inline const usages_t mouse_pairs{{1, 2}, {1, 1}};
+inline const usages_t keyboard_pairs{{1, 6}};          // as keyboards have them
+inline const usages_t key_page_pairs{{1, 6}, {7, 6}};  // with a collection of the key page, too
+
+// A device with up to two HID interfaces, as mice with extra keys have them: a pointer (X, Y, 32
+// buttons and wheels) and a keyboard, each with the usage pairs given; none: it is not there.
 // Using a device that is not connected, or lacks what the call needs, ends the program.
 struct device_description_t {
     std::string name;
     std::optional<std::uint32_t> vendor_id{};   // none: the device has no such property
     std::optional<std::uint32_t> product_id{};  // none: the device has no such property
     bool ids_are_text = false;                  // the properties are strings instead of numbers
-    bool has_pointer = true;
-    bool has_keyboard = false;
+    usages_t pointer = mouse_pairs;
+    usages_t keyboard{};
+    bool combined = false;             // both are one interface, with the pairs of both
     std::uint32_t keyboard_type = 40;  // what Quartz reports for its key events
 };
 
 device_id_t connect(const device_description_t& description);
 void disconnect(device_id_t device);
 
-// Moves the pointer by points; a HID value for each axis that moves, and a mouse-moved event.
+// Another program takes the device for itself, which leaves nothing of it for anybody else, or
+// lets it go again. Takes effect at once.
+void seize(device_id_t device);
+void let_go(device_id_t device);
+
+// What a pointer does comes with a HID value for each axis and wheel, turned or not: they are
+// relative and stand in every report.
+
+// Moves the pointer by points, with a mouse-moved event.
 void move(device_id_t device, double dx, double dy);
-// Moves the pointer to a place on the desktop with as much motion of the device as that takes, at
-// least one HID value even when it is there already.
+// Moves the pointer to a place on the desktop; one report, even when it is there already.
 void move_to(device_id_t device, CGPoint place);
 CGPoint pointer_location();
 

@@ -77,10 +77,10 @@ class course_t {
         if (_connected.count(step.device) == 0) {
             _fail(step, "\"device\" " + step.device + " is not connected");
         }
-        if (keys && !device.has_keyboard) {
+        if (keys && device.keyboard.empty()) {
             _fail(step, "\"device\" " + step.device + " has no keyboard");
         }
-        if ((!keys || !step.over.empty()) && !device.has_pointer) {
+        if ((!keys || !step.over.empty()) && device.pointer.empty()) {
             _fail(step, "\"device\" " + step.device + " has no pointer");
         }
     }

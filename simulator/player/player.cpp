@@ -46,13 +46,17 @@ player_t::player_t(scenario_t scenario, std::size_t run, std::filesystem::path h
 
 void player_t::prepare() {
     for (const auto& [permission, is_granted] : _run.permissions) {
-        if (is_granted) {
+        if (!is_granted) {
+            leave_input_monitoring_undecided();
+        } else if (*is_granted) {
             grant(permission);
         } else {
             revoke(permission);
         }
-        tell("desktop", std::string(permission_text(permission)) +
-                            (is_granted ? " is granted" : " is not granted"));
+        tell("desktop",
+             std::string(permission_text(permission)) + (!is_granted   ? " is not decided on yet"
+                                                         : *is_granted ? " is granted"
+                                                                       : " is not granted"));
     }
     for (const auto& [name, application] : _scenario.applications) {
         const pid_t pid = launch_application(application.process_name);
@@ -71,12 +75,9 @@ void player_t::prepare() {
 }
 
 void player_t::play() {
-    while (!wait_for_run_loop(glance)) {
-        if (_ended) {
-            return;
-        }
+    if (!_wait_for_daemon()) {
+        return;
     }
-    tell("daemon", "is running and listens");
     for (const step_t& step : _run.steps) {
         _play_step(step);
     }
@@ -91,6 +92,20 @@ void player_t::play() {
     } else if (const auto* const stop = std::get_if<stop_t>(&_run.steps.back().deed)) {
         kill(getpid(), stop->signal);
     }
+}
+
+bool player_t::_wait_for_daemon() const {
+    while (!wait_for_run_loop(glance)) {
+        if (_ended) {
+            return false;
+        }
+        if (user_is_asked()) {
+            tell("desktop", "asks the user about Input Monitoring; the daemon waits");
+            return true;
+        }
+    }
+    tell("daemon", "is running and listens");
+    return true;
 }
 
 void player_t::daemon_ended() {
@@ -201,10 +216,14 @@ void player_t::_do(const step_t& step) {
                    [&](const permission_change_t& change) {
                        tell("user", std::string(change.granted ? "grants " : "revokes ") +
                                         permission_text(change.permission));
+                       const bool answers = user_is_asked();
                        if (change.granted) {
                            grant(change.permission);
                        } else {
                            revoke(change.permission);
+                       }
+                       if (answers && !user_is_asked()) {
+                           _wait_for_daemon();
                        }
                    },
                    [&](const removal_t& removal) {

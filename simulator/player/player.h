@@ -40,6 +40,8 @@ class player_t {
     void look_back();
 
   private:
+    // Waits until the daemon runs its run loop, or waits for the user itself. False: it has ended.
+    bool _wait_for_daemon() const;
     void _play_step(const step_t& step);
     void _do(const step_t& step);
     void _check(const step_t& step, std::size_t first_event);

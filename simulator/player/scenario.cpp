@@ -37,7 +37,7 @@ device_description_t read_device(const json_t& json, const std::string& where) {
         }
         device.vendor_id = row->vendor_id;
         device.product_id = row->product_id;
-        device.has_keyboard = true;
+        device.keyboard = keyboard_pairs;
         if (device.name.empty()) {
             device.name = std::string(row->model_name);
         }
@@ -46,8 +46,15 @@ device_description_t read_device(const json_t& json, const std::string& where) {
         device.vendor_id = static_cast<std::uint32_t>(reader.integer("vendor_id", 0, most));
         device.product_id = static_cast<std::uint32_t>(reader.integer("product_id", 0, most));
     }
-    device.has_pointer = reader.boolean("pointer", true);
-    device.has_keyboard = reader.boolean("keyboard", device.has_keyboard);
+    if (!reader.boolean("pointer", true)) {
+        device.pointer.clear();
+    }
+    if (const json_t* const keyboard = reader.find("keyboard"); keyboard != nullptr) {
+        device.keyboard = reader.one_of<usages_t>(
+            "keyboard", keyboard->is_string() ? keyboard->get<std::string>() : keyboard->dump(),
+            {{"true", keyboard_pairs}, {"false", {}}, {"key page", key_page_pairs}});
+    }
+    device.combined = reader.boolean("combined", false);
     reader.finish();
     return device;
 }
@@ -244,7 +251,11 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
     if (const json_t* const permissions = reader.find("permissions"); permissions != nullptr) {
         object_reader_t inner(*permissions, reader.where() + ", \"permissions\"");
         for (const auto& [name, permission] : permission_names) {
-            run.permissions[permission] = inner.boolean(name, true);
+            const json_t* const value = inner.find(name);
+            const bool undecided = permission == permission_e::input_monitoring &&
+                                   value != nullptr && *value == "undecided";
+            run.permissions[permission] =
+                undecided ? std::nullopt : std::optional(inner.boolean(name, true));
         }
         inner.finish();
     }

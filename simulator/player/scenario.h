@@ -88,7 +88,8 @@ enum class front_application_e { bundle, plain_file, nothing };
 
 // One life of the daemon's process, from its start to its exit code.
 struct run_t {
-    std::map<permission_e, bool> permissions;
+    // None, for Input Monitoring alone: the daemon's first opening asks the user, and waits.
+    std::map<permission_e, std::optional<bool>> permissions;
     front_application_e front_application = front_application_e::bundle;
     std::map<std::string, std::size_t> failing_calls;  // the first calls of these functions fail
     std::vector<step_t> steps;

@@ -1,7 +1,5 @@
 #include <CoreFoundation/CoreFoundation.h>
-#include <IOKit/hid/IOHIDKeys.h>
 #include <IOKit/hid/IOHIDManager.h>
-#include <IOKit/hid/IOHIDUsageTables.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,54 +16,43 @@ namespace {
 
 using simulator::device_id_t;
 using simulator::permission_e;
-using simulator::run_loop_e;
-using simulator::settle;
+using simulator::usages_t;
 
-using log_t = std::vector<std::string>;
 using matching_t = std::vector<std::vector<std::pair<CFStringRef, std::int32_t>>>;
 
-const matching_t every_mouse = {{{CFSTR(kIOHIDDeviceUsagePageKey), kHIDPage_GenericDesktop},
-                                 {CFSTR(kIOHIDDeviceUsageKey), kHIDUsage_GD_Mouse}}};
+const matching_t anything = {{}};
+const matching_t every_mouse = {{{CFSTR("DeviceUsagePage"), 1}, {CFSTR("DeviceUsage"), 2}}};
 
-// A manager that notes what it is called with, as the usage page of each value and "gone".
-class recording_manager_t {
-  public:
-    explicit recording_manager_t(log_t& log, const matching_t& devices = every_mouse)
-        : manager(IOHIDManagerCreate(kCFAllocatorDefault, kIOHIDOptionsTypeNone)), _log(log) {
-        IOHIDManagerRegisterInputValueCallback(manager, &_value, this);
-        IOHIDManagerRegisterDeviceRemovalCallback(manager, &_removal, this);
-        match_devices(devices);
+// A manager that notes what it is called with: the usage page of each value, as a hexadecimal
+// digit, and "x" for each device that goes.
+struct recorder_t {
+    explicit recorder_t(std::string& notes, const matching_t& devices = every_mouse) : log(notes) {
+        const auto note_value = [](void* self, IOReturn, void* sender, IOHIDValueRef value) {
+            auto& recorder = *static_cast<recorder_t*>(self);
+            recorder.last_device = IOHIDElementGetDevice(IOHIDValueGetElement(value));
+            EXPECT_EQ(sender, recorder.last_device);
+            recorder.log +=
+                "0123456789abcdef"[IOHIDElementGetUsagePage(IOHIDValueGetElement(value))];
+        };
+        const auto note_removal = [](void* self, IOReturn, void* sender, IOHIDDeviceRef) {
+            EXPECT_EQ(sender, static_cast<recorder_t*>(self)->manager);
+            static_cast<recorder_t*>(self)->log += "x";
+        };
+        IOHIDManagerRegisterInputValueCallback(manager, note_value, this);
+        IOHIDManagerRegisterDeviceRemovalCallback(manager, note_removal, this);
+        match(&IOHIDManagerSetDeviceMatchingMultiple, devices);
         schedule();
     }
-    recording_manager_t(const recording_manager_t&) = delete;
-    recording_manager_t& operator=(const recording_manager_t&) = delete;
-    ~recording_manager_t() { CFRelease(manager); }
+    recorder_t(const recorder_t&) = delete;
+    ~recorder_t() { CFRelease(manager); }
 
-    void match_devices(const matching_t& matching) const {
-        _match(&IOHIDManagerSetDeviceMatchingMultiple, matching);
-    }
-    void match_values(const matching_t& matching) const {
-        _match(&IOHIDManagerSetInputValueMatchingMultiple, matching);
-    }
-    void schedule() const {
-        IOHIDManagerScheduleWithRunLoop(manager, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    }
-    IOReturn open() const { return IOHIDManagerOpen(manager, kIOHIDOptionsTypeNone); }
-
-    const IOHIDManagerRef manager;
-    IOHIDDeviceRef last_device = nullptr;
-
-  private:
-    void _match(void (*set)(IOHIDManagerRef, CFArrayRef), const matching_t& matching) const {
-        const CFMutableArrayRef array =
-            CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+    void match(void (*set)(IOHIDManagerRef, CFArrayRef), const matching_t& matching) const {
+        const auto array = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
         for (const auto& one : matching) {
-            const CFMutableDictionaryRef dictionary =
-                CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                          &kCFTypeDictionaryValueCallBacks);
+            const auto dictionary = CFDictionaryCreateMutable(
+                nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
             for (const auto& [key, value] : one) {
-                const CFNumberRef number =
-                    CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &value);
+                const auto number = CFNumberCreate(nullptr, kCFNumberSInt32Type, &value);
                 CFDictionarySetValue(dictionary, key, number);
                 CFRelease(number);
             }
@@ -75,20 +62,18 @@ class recording_manager_t {
         set(manager, array);
         CFRelease(array);
     }
-    static void _value(void* self, IOReturn result, void* sender, IOHIDValueRef value) {
-        auto& recorder = *static_cast<recording_manager_t*>(self);
-        EXPECT_EQ(result, kIOReturnSuccess);
-        EXPECT_EQ(sender, recorder.manager);
-        const IOHIDElementRef element = IOHIDValueGetElement(value);
-        recorder.last_device = IOHIDElementGetDevice(element);
-        recorder._log.push_back(std::to_string(IOHIDElementGetUsagePage(element)));
+    void schedule() const {
+        IOHIDManagerScheduleWithRunLoop(manager, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     }
-    static void _removal(void* self, IOReturn, void*, IOHIDDeviceRef) {
-        auto& recorder = *static_cast<recording_manager_t*>(self);
-        recorder._log.push_back("gone");
+    void unschedule() const {
+        IOHIDManagerUnscheduleFromRunLoop(manager, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     }
+    IOReturn open() const { return IOHIDManagerOpen(manager, 0); }
+    IOReturn close() const { return IOHIDManagerClose(manager, 0); }
 
-    log_t& _log;
+    std::string& log;
+    const IOHIDManagerRef manager = IOHIDManagerCreate(nullptr, 0);
+    IOHIDDeviceRef last_device = nullptr;
 };
 
 class hid_manager_test : public testing::Test {
@@ -96,131 +81,180 @@ class hid_manager_test : public testing::Test {
     hid_manager_test() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     void TearDown() override {
-        EXPECT_EQ(simulator::objects_alive(), log_t());
+        EXPECT_TRUE(simulator::objects_alive().empty());
         simulator::shut_down();
     }
 
+    static device_id_t connect(const usages_t& pointer = simulator::mouse_pairs) {
+        return simulator::connect({.name = "device", .pointer = pointer});
+    }
     // What the manager has been called with since the last time.
-    log_t called() {
-        EXPECT_TRUE(settle(run_loop_e::run));
+    std::string called() {
+        EXPECT_TRUE(simulator::settle(simulator::run_loop_e::run));
         return std::exchange(log, {});
     }
+    std::string moved(device_id_t device) {
+        simulator::move(device, 1, 0);
+        return called();
+    }
 
-    log_t log;
+    std::string log;
 };
 
 TEST_F(hid_manager_test, values_come_from_the_devices_and_elements_that_the_dictionaries_ask_for) {
-    const device_id_t device = simulator::connect(
-        {.name = "mouse", .vendor_id = 5, .product_id = 6, .has_keyboard = true});
-    const matching_t anything = {{}};
-    const matching_t motion = {
-        {{CFSTR(kIOHIDElementUsagePageKey), 1}, {CFSTR(kIOHIDElementUsageKey), 48}},
-        {{CFSTR(kIOHIDElementUsagePageKey), 1}, {CFSTR(kIOHIDElementUsageKey), 49}}};
-    const auto product = [](std::int32_t vendor, std::int32_t id, std::int32_t page) {
-        return matching_t{{{CFSTR(kIOHIDVendorIDKey), vendor},
-                           {CFSTR(kIOHIDProductIDKey), id},
-                           {CFSTR(kIOHIDDeviceUsagePageKey), page}}};
+    const auto product = [](std::int32_t vendor, std::int32_t id) {
+        return matching_t{
+            {{CFSTR("VendorID"), vendor}, {CFSTR("ProductID"), id}, {CFSTR("DeviceUsagePage"), 7}}};
     };
+    const matching_t both = {every_mouse[0], product(5, 6)[0]};
+    const matching_t x = {{{CFSTR("UsagePage"), 1}, {CFSTR("Usage"), 48}}};
+    const matching_t keys = {{{CFSTR("UsagePage"), 7}}};
+    const auto &usual = simulator::keyboard_pairs, &paged = simulator::key_page_pairs;
     const struct {
+        const usages_t& keyboard;
+        bool combined;
         matching_t devices, elements;
-        log_t expected;
+        std::string expected;
     } cases[] = {
-        {every_mouse, anything, {"1", "1", "9", "1", "12"}},
-        {every_mouse, motion, {"1", "1"}},
-        {every_mouse, {}, {}},
-        {product(5, 6, 7), anything, {"7", "7"}},
-        {product(5, 7, 7), anything, {}},
-        {product(6, 6, 7), anything, {}},
-        {{}, anything, {}},
+        {usual, false, every_mouse, anything, "111c111c9111c"},
+        {usual, false, every_mouse, x, "111"},
+        {usual, false, every_mouse, {}, ""},
+        {usual, false, {}, anything, ""},
+        {usual, false, product(5, 6), anything, ""},
+        {paged, false, product(5, 6), anything, "7"},
+        {paged, false, product(5, 7), anything, ""},
+        {paged, false, product(6, 6), anything, ""},
+        {usual, true, every_mouse, keys, "7"},
+        {paged, true, both, keys, "77"},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(&one - cases);
-        recording_manager_t recorder(log, one.devices);
-        recorder.match_values(one.elements);
+        const auto device = simulator::connect({.name = "mouse",
+                                                .vendor_id = 5,
+                                                .product_id = 6,
+                                                .keyboard = one.keyboard,
+                                                .combined = one.combined});
+        const recorder_t recorder(log, one.devices);
+        recorder.match(&IOHIDManagerSetInputValueMatchingMultiple, one.elements);
         ASSERT_EQ(recorder.open(), kIOReturnSuccess);
         simulator::move(device, 1, 1);
         simulator::press(device, 3);
         simulator::scroll(device, 1, 1);
         simulator::press_key(device, 123);
         simulator::repeat_key(device, 123);
-        simulator::release_key(device, 123);
         EXPECT_EQ(called(), one.expected);
+        simulator::disconnect(device);
+        called();
     }
 }
 
-TEST_F(hid_manager_test, values_come_only_while_scheduled_open_and_permitted) {
-    const device_id_t mouse = simulator::connect({.name = "mouse"});
-    recording_manager_t recorder(log);
-    const auto move = [&] {
-        simulator::move_to(mouse, {});
-        return called();
-    };
-    EXPECT_EQ(IOHIDManagerClose(recorder.manager, kIOHIDOptionsTypeNone), kIOReturnNotOpen);
-    EXPECT_EQ(move(), log_t{});
+TEST_F(hid_manager_test, the_permission_counts_when_a_guarded_device_is_opened_and_never_again) {
+    const device_id_t free = connect({{0xC, 1}});
     simulator::revoke(permission_e::input_monitoring);
-    EXPECT_EQ(recorder.open(), kIOReturnNotPermitted);
-    EXPECT_EQ(move(), log_t{});
-    simulator::grant(permission_e::input_monitoring);
-    EXPECT_EQ(recorder.open(), kIOReturnSuccess);
-    EXPECT_EQ(move(), log_t{"1"});
-    simulator::revoke(permission_e::input_monitoring);
-    EXPECT_EQ(move(), log_t{});
-    simulator::grant(permission_e::input_monitoring);
-    IOHIDManagerUnscheduleFromRunLoop(recorder.manager, CFRunLoopGetCurrent(),
-                                      kCFRunLoopDefaultMode);
-    EXPECT_EQ(move(), log_t{});
+    for (const usages_t& pairs : {usages_t{{1, 2}}, {{1, 6}}, {{0xD, 5}}}) {
+        const recorder_t opens_what_comes(log, anything);
+        EXPECT_EQ(opens_what_comes.open(), kIOReturnSuccess);
+        const device_id_t guarded = connect(pairs);
+        const recorder_t recorder(log, anything);
+        EXPECT_EQ(recorder.open(), kIOReturnNotPermitted);
+        simulator::grant(permission_e::input_monitoring);
+        EXPECT_EQ(recorder.open(), kIOReturnSuccess) << "it counts as open";
+        called();
+        EXPECT_EQ(moved(guarded), "111c") << "from the first alone";
+        EXPECT_EQ(moved(free), "111c111c");
+        simulator::revoke(permission_e::input_monitoring);
+        EXPECT_EQ(moved(guarded), "111c");
+        EXPECT_EQ(recorder.close(), kIOReturnNotOpen) << "one device is not";
+        simulator::disconnect(guarded);
+        EXPECT_EQ(called(), "x");
+    }
+}
+
+TEST_F(hid_manager_test, an_undecided_permission_is_asked_for_and_waited_for) {
+    const device_id_t mouse = connect();
+    for (const bool grants : {true, false}) {
+        simulator::leave_input_monitoring_undecided();
+        std::thread user([grants] {
+            while (!simulator::user_is_asked()) {
+                std::this_thread::yield();
+            }
+            (grants ? simulator::grant : simulator::revoke)(permission_e::input_monitoring);
+        });
+        const recorder_t recorder(log);
+        EXPECT_EQ(recorder.open(), grants ? kIOReturnSuccess : kIOReturnNotPermitted);
+        user.join();
+        EXPECT_EQ(moved(mouse), grants ? "111c" : "");
+    }
+}
+
+TEST_F(hid_manager_test, a_seized_device_is_open_but_silent_until_it_is_let_go) {
+    const device_id_t other = connect(), seized = connect();
+    simulator::seize(seized);
+    const recorder_t recorder(log);
+    EXPECT_EQ(recorder.open(), kIOReturnExclusiveAccess);
+    simulator::press(seized, 0);
+    EXPECT_EQ(called(), "");
+    EXPECT_TRUE(simulator::events().empty());
+    EXPECT_EQ(moved(other), "111c");
+    simulator::let_go(seized);
+    EXPECT_EQ(moved(seized), "111c");
+}
+
+TEST_F(hid_manager_test, one_wake_up_delivers_all_that_waits_also_what_waited_unscheduled) {
+    const device_id_t mouse = connect();
+    const recorder_t recorder(log);
+    EXPECT_EQ(recorder.close(), kIOReturnNotOpen) << "which unschedules it";
     recorder.schedule();
-    EXPECT_EQ(move(), log_t{"1"});
-
-    // What is under way when it is closed is lost.
-    simulator::move_to(mouse, {});
-    while (settle(run_loop_e::leave, std::chrono::milliseconds(5))) {
-    }
-    EXPECT_EQ(IOHIDManagerClose(recorder.manager, kIOHIDOptionsTypeNone), kIOReturnSuccess);
-    EXPECT_EQ(called(), log_t{});
-    EXPECT_EQ(move(), log_t{});
-}
-
-TEST_F(hid_manager_test, a_removed_device_is_dead_once_its_managers_know) {
-    const device_id_t mouse = simulator::connect({.name = "mouse"});
-    recording_manager_t recorder(log);
     ASSERT_EQ(recorder.open(), kIOReturnSuccess);
     simulator::move(mouse, 1, 0);
-    simulator::disconnect(mouse);
-    EXPECT_EQ(called(), (log_t{"1", "gone"}));
-    EXPECT_DEATH(IOHIDDeviceGetProperty(recorder.last_device, CFSTR(kIOHIDVendorIDKey)),
-                 "been disconnected");
-    EXPECT_DEATH(simulator::move(mouse, 1, 0), "move: no such device");
+    simulator::move(mouse, 1, 0);
+    simulator::shut_down();
+    recorder.unschedule();
+    EXPECT_EQ(moved(mouse), "") << "lost";
+    recorder.schedule();
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, true);
+    EXPECT_EQ(std::exchange(log, {}), "111c111c");
+    EXPECT_EQ(moved(mouse), "111c");
+}
+
+TEST_F(hid_manager_test, arrivals_and_removals_are_told_until_it_is_unscheduled) {
+    const device_id_t first = connect(), second = connect();
+    const recorder_t recorder(log);
+    simulator::disconnect(first);
+    EXPECT_EQ(called(), "x") << "not open yet";
+    ASSERT_EQ(recorder.open(), kIOReturnSuccess);
+    const device_id_t third = connect();
+    called();
+    EXPECT_EQ(moved(third), "111c");
+    simulator::disconnect(third);
+    EXPECT_EQ(called(), "x");
+    EXPECT_DEATH(IOHIDDeviceGetProperty(recorder.last_device, CFSTR("VendorID")), "disconnected");
+    recorder.unschedule();
+    const device_id_t fourth = connect();
+    recorder.schedule();
+    EXPECT_EQ(moved(fourth) + moved(second), "111c");
+    simulator::disconnect(second);
+    EXPECT_EQ(called() + moved(connect()), "") << "lost for good";
 }
 
 TEST_F(hid_manager_test, a_manager_may_be_released_while_values_are_under_way) {
-    const device_id_t mouse = simulator::connect({.name = "mouse"});
-    std::thread hand([mouse] {
+    std::thread hand([mouse = connect()] {
         for (int i = 0; i < 200; ++i) {
             simulator::move(mouse, 1, 1);
         }
     });
     for (int i = 0; i < 20; ++i) {
-        recording_manager_t recorder(log);
-        ASSERT_EQ(recorder.open(), kIOReturnSuccess);
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.001, true);
+        EXPECT_EQ(recorder_t(log).open(), kIOReturnSuccess);
     }
     hand.join();
-    EXPECT_TRUE(settle(run_loop_e::run));
+    called();
 }
 
 TEST_F(hid_manager_test, mistakes_end_the_program) {
-    recording_manager_t recorder(log);
-    const auto manager = recorder.manager;
-    EXPECT_DEATH(recorder.match_devices({{{CFSTR("Transport"), 1}}}),
-                 "IOHIDManagerSetDeviceMatchingMultiple: not modelled: key Transport");
-    EXPECT_DEATH(recorder.match_values({{{CFSTR("UsagePage"), 7}, {CFSTR("Usage"), 4}}}),
-                 "IOHIDManagerSetInputValueMatchingMultiple: not modelled");
-    EXPECT_DEATH(IOHIDManagerSetDeviceMatchingMultiple(manager, nullptr), "not modelled");
-    EXPECT_DEATH(IOHIDManagerOpen(manager, 1), "IOHIDManagerOpen: not modelled: options");
-    EXPECT_DEATH((IOHIDManagerOpen(manager, 0), IOHIDManagerOpen(manager, 0)),
-                 "IOHIDManagerOpen: not modelled");
-    EXPECT_DEATH(IOHIDManagerOpen(nullptr, 0), "IOHIDManagerOpen: the reference is null");
+    const recorder_t recorder(log);
+    EXPECT_DEATH(recorder.schedule(), "IOHIDManagerScheduleWithRunLoop: the manager is scheduled");
+    EXPECT_DEATH(recorder_t(log, {{{CFSTR("Transport"), 1}}}), "not modelled: key Transport");
+    EXPECT_DEATH((recorder.open(), recorder.close(), recorder.open()), "Open: not modelled");
 }
 
 }  // namespace

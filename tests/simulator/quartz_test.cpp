@@ -82,7 +82,7 @@ class quartz_test : public testing::Test {
     quartz_test() {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         simulator::set_tap_patience(enough_patience);
-        mouse = simulator::connect({.name = "mouse", .has_keyboard = true});
+        mouse = simulator::connect({.name = "mouse", .keyboard = simulator::keyboard_pairs});
     }
 
     void TearDown() override {

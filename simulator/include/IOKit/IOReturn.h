@@ -7,6 +7,7 @@ using IOReturn = kern_return_t;
 
 #define kIOReturnSuccess 0
 #define kIOReturnNoResources static_cast<IOReturn>(0xe00002be)
+#define kIOReturnExclusiveAccess static_cast<IOReturn>(0xe00002c5)
 #define kIOReturnUnsupported static_cast<IOReturn>(0xe00002c7)
 #define kIOReturnNotOpen static_cast<IOReturn>(0xe00002cd)
 #define kIOReturnNotPermitted static_cast<IOReturn>(0xe00002e2)

@@ -10,4 +10,8 @@ namespace simulator {
 // For parts of the desktop that act on a revocation (taps). Registered once, at start.
 void on_permission_change(std::function<void(permission_e, bool granted)> changed);
 
+// Whether Input Monitoring is granted. While it is undecided the user is asked, and the call waits
+// for the answer. With no lock held.
+bool request_input_monitoring();
+
 }  // namespace simulator

@@ -3,51 +3,14 @@
 #include <IOKit/hid/IOHIDUsageTables.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "core/failure.h"
 #include "core_foundation/values.h"
 
 namespace simulator {
 
-hid_device_t& hid_device_t::make_pointer(const device_description_t& description) {
-    std::vector<usage_t> controls = {{kHIDPage_GenericDesktop, kHIDUsage_GD_X},
-                                     {kHIDPage_GenericDesktop, kHIDUsage_GD_Y},
-                                     {kHIDPage_GenericDesktop, kHIDUsage_GD_Wheel},
-                                     {kHIDPage_Consumer, kHIDUsage_Csmr_ACPan}};
-    for (std::uint32_t button = 1; button <= button_count; ++button) {
-        controls.push_back({kHIDPage_Button, button});
-    }
-    return _make(description, {{kHIDPage_GenericDesktop, kHIDUsage_GD_Mouse}}, controls);
-}
-
-hid_device_t& hid_device_t::make_keyboard(const device_description_t& description) {
-    return _make(description,
-                 {{kHIDPage_GenericDesktop, kHIDUsage_GD_Keyboard},
-                  {kHIDPage_KeyboardOrKeypad, kHIDUsage_GD_Keyboard}},
-                 {{kHIDPage_KeyboardOrKeypad, any_key}});
-}
-
-bool hid_device_t::has_usage(std::optional<std::int64_t> page,
-                             std::optional<std::int64_t> id) const {
-    return std::any_of(_usages.begin(), _usages.end(), [&](const usage_t& usage) {
-        return page.value_or(usage.page) == usage.page && id.value_or(usage.id) == usage.id;
-    });
-}
-
-CFTypeRef hid_device_t::property(const std::string& name) const {
-    const auto property = _properties.find(name);
-    return property == _properties.end() ? nullptr : property->second;
-}
-
-void hid_device_t::expect_present(const char* function) const {
-    if (_gone) {
-        misuse(function, "the device has been disconnected");
-    }
-}
-
-hid_device_t::hid_device_t(const device_description_t& description, std::vector<usage_t> usages)
-    : _usages(std::move(usages)) {
+hid_interface_t::hid_interface_t(const device_description_t& description, usages_t usage_pairs)
+    : _usage_pairs(std::move(usage_pairs)) {
     const auto set = [&](const char* name, std::optional<std::uint32_t> value) {
         if (!value) {
             return;
@@ -62,18 +25,38 @@ hid_device_t::hid_device_t(const device_description_t& description, std::vector<
     set(kIOHIDProductIDKey, description.product_id);
 }
 
-hid_device_t& hid_device_t::_make(const device_description_t& description,
-                                  std::vector<usage_t> usages,
-                                  const std::vector<usage_t>& controls) {
-    std::unique_ptr<hid_device_t> made(new hid_device_t(description, std::move(usages)));
-    hid_device_t& device = *made;
-    for (const usage_t& control : controls) {
-        auto element = std::make_unique<hid_element_t>(device, control);
-        device._elements[control] = element.get();
+bool hid_interface_t::has_usage(std::optional<std::int64_t> page,
+                                std::optional<std::int64_t> id) const {
+    return !page || std::any_of(_usage_pairs.begin(), _usage_pairs.end(), [&](const usage_t& pair) {
+        return *page == pair.page && id.value_or(pair.id) == pair.id;
+    });
+}
+
+bool hid_interface_t::guarded() const {
+    return has_usage(kHIDPage_GenericDesktop, kHIDUsage_GD_Keyboard) ||
+           has_usage(kHIDPage_GenericDesktop, kHIDUsage_GD_Mouse) ||
+           has_usage(kHIDPage_Digitizer, kHIDUsage_Dig_TouchPad);
+}
+
+CFTypeRef hid_interface_t::property(const std::string& name) const {
+    const auto property = _properties.find(name);
+    return property == _properties.end() ? nullptr : property->second;
+}
+
+const hid_element_t& hid_device_t::element(usage_t usage) {
+    const hid_element_t*& known = _elements[{usage.page, usage.id}];
+    if (known == nullptr) {
+        auto element = std::make_unique<hid_element_t>(*this, usage);
+        known = element.get();
         publish_constant(std::move(element));
     }
-    publish_constant(std::move(made));
-    return device;
+    return *known;
+}
+
+void hid_device_t::expect_present(const char* function) const {
+    if (_gone) {
+        misuse(function, "the device has been disconnected, or its manager is gone");
+    }
 }
 
 }  // namespace simulator
@@ -92,7 +75,7 @@ CFTypeRef IOHIDDeviceGetProperty(IOHIDDeviceRef device, CFStringRef key) {
     if (name != kIOHIDVendorIDKey && name != kIOHIDProductIDKey) {
         simulator::not_modelled(__func__, "property " + name);
     }
-    return known.property(name);
+    return known.interface->property(name);
 }
 
 IOHIDDeviceRef IOHIDElementGetDevice(IOHIDElementRef element) {

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,20 +17,32 @@
 
 namespace simulator {
 
-struct usage_t {
-    std::uint32_t page = 0;
-    std::uint32_t id = 0;
-
-    bool operator<(const usage_t& other) const {
-        return std::pair(page, id) < std::pair(other.page, other.id);
-    }
-};
-
-// The one element that stands for all keys: the codes of the macOS keyboard are not HID's, so a key
+// The one control that stands for all keys: the codes of the macOS keyboard are not HID's, so a key
 // is not told from another by its usage.
 inline constexpr std::uint32_t any_key = 0;
-// How many buttons a pointer has; Quartz counts them from 0, HID from 1.
-inline constexpr std::uint32_t button_count = 32;
+
+// One HID interface of something that is plugged in. Any thread.
+class hid_interface_t {
+  public:
+    hid_interface_t(const device_description_t& description, usages_t usage_pairs);
+
+    // Whether one of its pairs of DeviceUsagePage and DeviceUsage is as asked. As on a Mac, a usage
+    // without a page asks for nothing.
+    bool has_usage(std::optional<std::int64_t> page, std::optional<std::int64_t> id) const;
+
+    // Whether opening it needs Input Monitoring.
+    bool guarded() const;
+
+    // The property of that name; lent, and null when there is none.
+    CFTypeRef property(const std::string& name) const;
+
+    std::atomic<bool> present = true;
+    std::atomic<bool> seized = false;  // by another program
+
+  private:
+    const usages_t _usage_pairs;
+    std::map<std::string, CFTypeRef> _properties;
+};
 
 class hid_device_t;
 
@@ -43,41 +57,29 @@ class hid_element_t final : public object_t {
     const usage_t usage;
 };
 
-// One HID interface of something that is plugged in. It stays in memory until the process ends, but
-// a program that uses it after its removal makes a mistake.
+// What a manager lends of an interface that one of its dictionaries matches. It stays in memory
+// until the process ends, but a program that uses it after its removal makes a mistake.
 class hid_device_t final : public object_t {
   public:
     static constexpr type_e type = type_e::hid_device;
-
-    // The interface of the described device that is a pointer, or a keyboard.
-    static hid_device_t& make_pointer(const device_description_t& description);
-    static hid_device_t& make_keyboard(const device_description_t& description);
-
+    explicit hid_device_t(std::shared_ptr<hid_interface_t> of) : interface(std::move(of)) {}
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
 
-    // Whether one of its pairs of DeviceUsagePage and DeviceUsage is as asked.
-    bool has_usage(std::optional<std::int64_t> page, std::optional<std::int64_t> id) const;
+    // The control of that usage; on the thread of the manager's run loop.
+    const hid_element_t& element(usage_t usage);
 
-    // A control that the device has.
-    const hid_element_t& element(usage_t usage) const { return *_elements.at(usage); }
-
-    // The property of that name; lent, and null when the device has none.
-    CFTypeRef property(const std::string& name) const;
-
-    bool present() const { return !_gone; }
-    void unplug() { _gone = true; }
+    void end() { _gone = true; }
     // Ends the program when `function` is given the device although it is gone.
     void expect_present(const char* function) const;
 
-  private:
-    hid_device_t(const device_description_t& description, std::vector<usage_t> usages);
-    static hid_device_t& _make(const device_description_t& description, std::vector<usage_t> usages,
-                               const std::vector<usage_t>& controls);
+    const std::shared_ptr<hid_interface_t> interface;
+    // Guarded by the manager's mutex.
+    bool open = false;
+    std::deque<usage_t> values;  // that wait for the program
 
-    const std::vector<usage_t> _usages;
-    std::map<std::string, CFTypeRef> _properties;
-    std::map<usage_t, const hid_element_t*> _elements;
-    std::atomic<bool> _gone{false};
+  private:
+    std::map<std::pair<std::uint32_t, std::uint32_t>, const hid_element_t*> _elements;
+    std::atomic<bool> _gone = false;
 };
 
 // The value of a control at one moment.

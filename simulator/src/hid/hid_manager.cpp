@@ -3,6 +3,7 @@
 #include <IOKit/hid/IOHIDUsageTables.h>
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 
 #include "core/failure.h"
@@ -44,32 +45,25 @@ std::optional<std::int64_t> wanted(const criteria_t& criteria, const char* key) 
     return found == criteria.end() ? std::nullopt : std::optional(found->second);
 }
 
-bool matches(const criteria_t& criteria, const hid_device_t& device) {
+bool matches(const criteria_t& criteria, const hid_interface_t& interface) {
     const auto property_matches = [&](const char* key) {
         const auto value = wanted(criteria, key);
         if (!value) {
             return true;
         }
-        const CFTypeRef property = device.property(key);
+        const CFTypeRef property = interface.property(key);
         return property != nullptr &&
                object_of(property, key).type_id() == static_cast<CFTypeID>(number_t::type) &&
                object_of<number_t>(property, key).value == *value;
     };
-    return device.has_usage(wanted(criteria, kIOHIDDeviceUsagePageKey),
-                            wanted(criteria, kIOHIDDeviceUsageKey)) &&
+    return interface.has_usage(wanted(criteria, kIOHIDDeviceUsagePageKey),
+                               wanted(criteria, kIOHIDDeviceUsageKey)) &&
            property_matches(kIOHIDVendorIDKey) && property_matches(kIOHIDProductIDKey);
 }
 
-bool matches(const criteria_t& criteria, const hid_element_t& element) {
-    return wanted(criteria, kIOHIDElementUsagePageKey).value_or(element.usage.page) ==
-               element.usage.page &&
-           wanted(criteria, kIOHIDElementUsageKey).value_or(element.usage.id) == element.usage.id;
-}
-
-template <typename thing_t>
-bool matches_any(const std::vector<criteria_t>& all, const thing_t& thing) {
-    return std::any_of(all.begin(), all.end(),
-                       [&thing](const criteria_t& criteria) { return matches(criteria, thing); });
+bool matches(const criteria_t& criteria, usage_t control) {
+    return wanted(criteria, kIOHIDElementUsagePageKey).value_or(control.page) == control.page &&
+           wanted(criteria, kIOHIDElementUsageKey).value_or(control.id) == control.id;
 }
 
 template <typename function_t>
@@ -81,35 +75,52 @@ struct callback_t {
 // What a manager is, for its owner and for the messages that are on their way to it.
 struct manager_state_t {
     const std::shared_ptr<message_source_t> messages = message_source_t::make();
+    void* manager = nullptr;  // its reference
 
-    std::mutex mutex;  // of what follows
-    void* sender = nullptr;
-    bool open = false;
-    std::vector<criteria_t> devices;                  // none: no device
+    std::mutex mutex;             // of what follows
+    CFRunLoopRef loop = nullptr;  // null: not scheduled
+    CFStringRef mode = nullptr;
+    bool open = false;  // also when a device could not be opened
+    bool closed = false;
+    // Whether it is told of arrivals and removals: from its matching until it is unscheduled.
+    bool notified = false;
+    std::vector<criteria_t> matching;
     std::optional<std::vector<criteria_t>> elements;  // not set: all
     callback_t<IOHIDValueCallback> value_callback;
     callback_t<IOHIDDeviceCallback> removal_callback;
+    std::vector<hid_device_t*> devices;  // changes on the program's thread alone
 
-    bool knows(const hid_device_t& device) const { return open && matches_any(devices, device); }
+    // With the mutex held.
+    bool wants(usage_t control) const {
+        return !elements ||
+               std::any_of(elements->begin(), elements->end(),
+                           [&](const criteria_t& criteria) { return matches(criteria, control); });
+    }
+    void unschedule(const char* function) {
+        if (loop != nullptr) {
+            messages->remove_from(std::exchange(loop, nullptr), mode, function);
+            notified = false;
+        }
+    }
 };
 
 using manager_list_t = std::vector<std::shared_ptr<manager_state_t>>;
 
-struct managers_t {
-    std::mutex mutex;
-    manager_list_t list;
+struct world_t {
+    std::mutex mutex;  // taken before a manager's
+    manager_list_t managers;
+    std::vector<std::shared_ptr<hid_interface_t>> interfaces;
 };
 
-managers_t& managers() {
+world_t& world() {
     // Never destroyed: the desktop's thread goes on until the process is gone.
-    static managers_t& all = *new managers_t;
+    static world_t& all = *new world_t;
     return all;
 }
 
 manager_list_t all_managers() {
-    managers_t& all = managers();
-    const std::lock_guard lock(all.mutex);
-    return all.list;
+    const std::lock_guard lock(world().mutex);
+    return world().managers;
 }
 
 class hid_manager_t final : public object_t {
@@ -117,17 +128,19 @@ class hid_manager_t final : public object_t {
     static constexpr type_e type = type_e::hid_manager;
 
     hid_manager_t() {
-        state->sender = reference_to<IOHIDManagerRef>(*this);
-        managers_t& all = managers();
-        const std::lock_guard lock(all.mutex);
-        all.list.push_back(state);
+        state->manager = reference_to<IOHIDManagerRef>(*this);
+        const std::lock_guard lock(world().mutex);
+        world().managers.push_back(state);
     }
 
     ~hid_manager_t() override {
         state->messages->close();
-        managers_t& all = managers();
-        const std::lock_guard lock(all.mutex);
-        all.list.erase(std::find(all.list.begin(), all.list.end(), state));
+        const std::lock_guard lock(world().mutex);
+        manager_list_t& all = world().managers;
+        all.erase(std::find(all.begin(), all.end(), state));
+        for (hid_device_t* const device : state->devices) {
+            device->end();
+        }
     }
 
     CFTypeID type_id() const override { return static_cast<CFTypeID>(type); }
@@ -135,62 +148,151 @@ class hid_manager_t final : public object_t {
     const std::shared_ptr<manager_state_t> state = std::make_shared<manager_state_t>();
 };
 
-// On the program's thread: the value is lent to the callback.
-void call_with_value(manager_state_t& manager, const hid_element_t& element) {
-    callback_t<IOHIDValueCallback> callback;
+// What follows runs on the program's thread, and calls back and asks the user with no lock held.
+
+// Makes a device of an interface for each dictionary that matches it.
+std::vector<hid_device_t*> devices_of(manager_state_t& manager,
+                                      const std::shared_ptr<hid_interface_t>& interface) {
+    std::vector<hid_device_t*> made;
+    const std::lock_guard lock(manager.mutex);
+    for (const criteria_t& criteria : manager.matching) {
+        if (matches(criteria, *interface)) {
+            auto device = std::make_unique<hid_device_t>(interface);
+            made.push_back(device.get());
+            publish_constant(std::move(device));
+        }
+    }
+    manager.devices.insert(manager.devices.end(), made.begin(), made.end());
+    return made;
+}
+
+IOReturn open_device(manager_state_t& manager, hid_device_t& device) {
+    if (device.interface->guarded() && !request_input_monitoring()) {
+        return kIOReturnNotPermitted;
+    }
+    // One that another program has seized is open all the same: it sends when that one ends.
+    const std::lock_guard lock(manager.mutex);
+    device.open = true;
+    return device.interface->seized ? kIOReturnExclusiveAccess : kIOReturnSuccess;
+}
+
+// Tries all of them; the first code that is not success counts.
+IOReturn open_devices(manager_state_t& manager, const std::vector<hid_device_t*>& devices) {
+    IOReturn first = kIOReturnSuccess;
+    for (hid_device_t* const device : devices) {
+        const IOReturn result = open_device(manager, *device);
+        first = first == kIOReturnSuccess ? result : first;
+    }
+    return first;
+}
+
+void take_arrival(manager_state_t& manager, const std::shared_ptr<hid_interface_t>& interface) {
+    bool open = false;
     {
         const std::lock_guard lock(manager.mutex);
-        if (!manager.open || !element.device.present()) {
+        if (!manager.notified || !interface->present) {
             return;
         }
-        callback = manager.value_callback;
+        open = manager.open;
     }
-    if (callback.function != nullptr) {
-        constexpr auto function = "an input value callback";
-        const CFTypeRef lent = publish(std::make_unique<hid_value_t>(element), function);
-        callback.function(callback.context, kIOReturnSuccess, manager.sender,
-                          static_cast<IOHIDValueRef>(const_cast<void*>(lent)));
-        release(lent, function);
+    const auto arrived = devices_of(manager, interface);
+    if (open) {
+        open_devices(manager, arrived);
     }
 }
 
-void call_with_removal(manager_state_t& manager, const hid_device_t& device) {
+void take_removal(manager_state_t& manager, const std::shared_ptr<hid_interface_t>& interface) {
+    std::vector<hid_device_t*> gone;
     callback_t<IOHIDDeviceCallback> callback;
     {
         const std::lock_guard lock(manager.mutex);
-        if (!manager.open) {
+        if (!manager.notified) {
             return;
         }
         callback = manager.removal_callback;
+        const auto is_left = [&](const hid_device_t* device) {
+            return device->interface != interface;
+        };
+        const auto end_of_left =
+            std::stable_partition(manager.devices.begin(), manager.devices.end(), is_left);
+        gone.assign(end_of_left, manager.devices.end());
+        manager.devices.erase(end_of_left, manager.devices.end());
     }
-    if (callback.function != nullptr) {
-        callback.function(callback.context, kIOReturnSuccess, manager.sender,
-                          reference_to<IOHIDDeviceRef>(device));
+    for (hid_device_t* const device : gone) {
+        if (callback.function != nullptr) {
+            callback.function(callback.context, kIOReturnSuccess, manager.manager,
+                              reference_to<IOHIDDeviceRef>(*device));
+        }
+        device->end();
+    }
+}
+
+// Calls back with every value that waits, one after the other; the values are lent.
+void take_values(manager_state_t& manager, hid_device_t& device) {
+    constexpr auto function = "an input value callback";
+    while (true) {
+        usage_t control;
+        callback_t<IOHIDValueCallback> callback;
+        {
+            const std::lock_guard lock(manager.mutex);
+            if (device.values.empty()) {
+                return;
+            }
+            control = device.values.front();
+            device.values.pop_front();
+            callback = manager.value_callback;
+        }
+        if (callback.function != nullptr) {
+            const CFTypeRef lent =
+                publish(std::make_unique<hid_value_t>(device.element(control)), function);
+            callback.function(callback.context, kIOReturnSuccess,
+                              reference_to<IOHIDDeviceRef>(device),
+                              static_cast<IOHIDValueRef>(const_cast<void*>(lent)));
+            release(lent, function);
+        }
     }
 }
 
 }  // namespace
 
-void send_value(const hid_element_t& element) {
-    if (!granted(permission_e::input_monitoring)) {
-        return;
-    }
-    for (const auto& manager : all_managers()) {
-        const std::lock_guard lock(manager->mutex);
-        if (manager->messages->scheduled() && manager->knows(element.device) &&
-            (!manager->elements || matches_any(*manager->elements, element))) {
-            manager->messages->post([manager, &element] { call_with_value(*manager, element); });
+void plug_in(const std::shared_ptr<hid_interface_t>& interface) {
+    const std::lock_guard lock(world().mutex);
+    world().interfaces.push_back(interface);
+    for (const auto& manager : world().managers) {
+        const std::lock_guard manager_lock(manager->mutex);
+        if (manager->notified) {
+            manager->messages->post([manager, interface] { take_arrival(*manager, interface); });
         }
     }
 }
 
-void send_removal(hid_device_t& device) {
-    const std::shared_ptr<void> all_told(nullptr, [&device](void*) { device.unplug(); });
+void unplug(const std::shared_ptr<hid_interface_t>& interface) {
+    interface->present = false;
+    const std::lock_guard lock(world().mutex);
+    auto& all = world().interfaces;
+    all.erase(std::remove(all.begin(), all.end(), interface), all.end());
+    for (const auto& manager : world().managers) {
+        const std::lock_guard manager_lock(manager->mutex);
+        if (manager->notified) {
+            manager->messages->post([manager, interface] { take_removal(*manager, interface); });
+        }
+    }
+}
+
+void send_report(const hid_interface_t& interface, const usages_t& report) {
     for (const auto& manager : all_managers()) {
         const std::lock_guard lock(manager->mutex);
-        if (manager->messages->scheduled() && manager->knows(device)) {
-            manager->messages->post(
-                [manager, &device, all_told] { call_with_removal(*manager, device); });
+        for (hid_device_t* const device : manager->devices) {
+            if (manager->loop == nullptr || device->interface.get() != &interface ||
+                !device->open) {
+                continue;
+            }
+            const bool nothing_waits = device->values.empty();
+            std::copy_if(report.begin(), report.end(), std::back_inserter(device->values),
+                         [&](usage_t control) { return manager->wants(control); });
+            if (nothing_waits && !device->values.empty()) {
+                manager->messages->post([manager, device] { take_values(*manager, *device); });
+            }
         }
     }
 }
@@ -239,43 +341,77 @@ IOHIDManagerRef IOHIDManagerCreate(CFAllocatorRef allocator, IOOptionBits option
 IOReturn IOHIDManagerOpen(IOHIDManagerRef manager, IOOptionBits options) {
     manager_state_t& state = state_of(manager, __func__);
     expect_no_options(options, __func__);
-    const std::lock_guard lock(state.mutex);
-    if (state.open) {
-        not_modelled(__func__, "a manager that is open");
+    std::vector<simulator::hid_device_t*> devices;
+    {
+        const std::lock_guard lock(state.mutex);
+        if (state.closed) {
+            not_modelled(__func__, "a manager that was closed");
+        }
+        if (std::exchange(state.open, true)) {
+            return kIOReturnSuccess;
+        }
+        devices = state.devices;
     }
-    if (simulator::shall_fail(__func__) ||
-        !simulator::granted(simulator::permission_e::input_monitoring)) {
-        return kIOReturnNotPermitted;
-    }
-    state.open = true;
-    return kIOReturnSuccess;
+    return simulator::open_devices(state, devices);
 }
 
 IOReturn IOHIDManagerClose(IOHIDManagerRef manager, IOOptionBits options) {
     manager_state_t& state = state_of(manager, __func__);
     expect_no_options(options, __func__);
     const std::lock_guard lock(state.mutex);
-    return std::exchange(state.open, false) ? kIOReturnSuccess : kIOReturnNotOpen;
+    state.unschedule(__func__);
+    if (!std::exchange(state.open, false)) {
+        return kIOReturnNotOpen;
+    }
+    state.closed = true;
+    IOReturn result = kIOReturnSuccess;
+    for (simulator::hid_device_t* const device : state.devices) {
+        if (!std::exchange(device->open, false)) {
+            result = kIOReturnNotOpen;
+        }
+    }
+    return result;
 }
 
 void IOHIDManagerScheduleWithRunLoop(IOHIDManagerRef manager, CFRunLoopRef runLoop,
                                      CFStringRef runLoopMode) {
-    state_of(manager, __func__).messages->add_to(runLoop, runLoopMode, __func__);
+    manager_state_t& state = state_of(manager, __func__);
+    const std::lock_guard lock(state.mutex);
+    if (state.loop != nullptr) {
+        simulator::misuse(__func__, "the manager is scheduled already");
+    }
+    state.messages->add_to(runLoop, runLoopMode, __func__);
+    state.loop = runLoop;
+    state.mode = runLoopMode;
 }
 
 void IOHIDManagerUnscheduleFromRunLoop(IOHIDManagerRef manager, CFRunLoopRef runLoop,
                                        CFStringRef runLoopMode) {
-    state_of(manager, __func__).messages->remove_from(runLoop, runLoopMode, __func__);
+    manager_state_t& state = state_of(manager, __func__);
+    const std::lock_guard lock(state.mutex);
+    if (state.loop == runLoop && state.mode == runLoopMode) {
+        state.unschedule(__func__);
+    }
 }
 
 void IOHIDManagerSetDeviceMatchingMultiple(IOHIDManagerRef manager, CFArrayRef multiple) {
     manager_state_t& state = state_of(manager, __func__);
-    auto devices = simulator::criteria_of(
+    auto matching = simulator::criteria_of(
         multiple,
         {kIOHIDDeviceUsagePageKey, kIOHIDDeviceUsageKey, kIOHIDVendorIDKey, kIOHIDProductIDKey},
         __func__);
-    const std::lock_guard lock(state.mutex);
-    state.devices = std::move(devices);
+    const std::lock_guard lock(simulator::world().mutex);
+    {
+        const std::lock_guard manager_lock(state.mutex);
+        if (state.notified || state.open) {
+            not_modelled(__func__, "a manager that is matched or open");
+        }
+        state.matching = std::move(matching);
+        state.notified = true;
+    }
+    for (const auto& interface : simulator::world().interfaces) {
+        simulator::devices_of(state, interface);
+    }
 }
 
 void IOHIDManagerSetInputValueMatchingMultiple(IOHIDManagerRef manager, CFArrayRef multiple) {

@@ -6,14 +6,14 @@
 #include "core/message_source.h"
 #include "hid/hid_device.h"
 
+// The desktop's side of the HID managers. Any thread.
 namespace simulator {
 
-// Gives a value of one of a device's controls to the managers that want it.
-void send_value(const hid_element_t& element);
+void plug_in(const std::shared_ptr<hid_interface_t>& interface);
+void unplug(const std::shared_ptr<hid_interface_t>& interface);
 
-// Tells the managers that know the device that it is gone. Once they have been told, no program may
-// use it any more.
-void send_removal(hid_device_t& device);
+// Gives the values of one report to every device that a manager has open and that asks for them.
+void send_report(const hid_interface_t& interface, const usages_t& report);
 
 // What stands behind the managers that exist.
 std::vector<std::shared_ptr<message_source_t>> hid_messages();

@@ -4,7 +4,9 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -19,10 +21,21 @@ namespace {
 // What one step of a mouse's wheel is in points.
 constexpr std::int64_t points_per_line = 10;
 
+// How many buttons a pointer has; Quartz counts them from 0, HID from 1.
+constexpr std::uint32_t button_count = 32;
+
+using interface_t = std::shared_ptr<hid_interface_t>;
+
 struct plugged_in_t {
-    hid_device_t* pointer = nullptr;   // null: it has none
-    hid_device_t* keyboard = nullptr;  // null: it has none
+    interface_t pointer;   // null: it has none
+    interface_t keyboard;  // null: it has none
     std::uint32_t keyboard_type = 0;
+
+    std::set<interface_t> interfaces() const {
+        std::set<interface_t> all{pointer, keyboard};
+        all.erase(nullptr);
+        return all;
+    }
 };
 
 struct devices_t {
@@ -46,16 +59,25 @@ plugged_in_t device_of(device_id_t id, std::string_view function) {
     return found->second;
 }
 
-hid_device_t& pointer_of(device_id_t id, std::string_view function) {
-    hid_device_t* const pointer = device_of(id, function).pointer;
+interface_t pointer_of(device_id_t id, std::string_view function) {
+    interface_t pointer = device_of(id, function).pointer;
     if (pointer == nullptr) {
         misuse(function, "the device is no pointer");
     }
-    return *pointer;
+    return pointer;
 }
 
 void carry_out(std::function<void()> action) {
     event_server_t::instance().carry_out(std::move(action));
+}
+
+// What comes of a device that another program has seized reaches nobody else.
+void carry_out(const interface_t& of, std::function<void()> action) {
+    carry_out([of, action = std::move(action)] {
+        if (!of->seized) {
+            action();
+        }
+    });
 }
 
 // What follows up to the control interface runs on the desktop's thread.
@@ -92,17 +114,18 @@ void send_from_hand(event_values_t event) {
     send(event);
 }
 
-// The motion that the device reports, and then the event of it.
-void move_pointer(const hid_device_t& pointer, CGPoint to, const event_values_t& event) {
-    session_t& session = session_t::instance();
-    const CGPoint from = session.pointer();
-    if (to.x != from.x) {
-        send_value(pointer.element({kHIDPage_GenericDesktop, kHIDUsage_GD_X}));
-    }
-    if (to.y != from.y) {
-        send_value(pointer.element({kHIDPage_GenericDesktop, kHIDUsage_GD_Y}));
-    }
-    session.set_pointer(to);
+const usages_t& relative_controls() {
+    static const usages_t all{{kHIDPage_GenericDesktop, kHIDUsage_GD_X},
+                              {kHIDPage_GenericDesktop, kHIDUsage_GD_Y},
+                              {kHIDPage_GenericDesktop, kHIDUsage_GD_Wheel},
+                              {kHIDPage_Consumer, kHIDUsage_Csmr_ACPan}};
+    return all;
+}
+
+// What the device reports of a motion, and then the event of it.
+void move_pointer(const hid_interface_t& pointer, CGPoint to, const event_values_t& event) {
+    send_report(pointer, relative_controls());
+    session_t::instance().set_pointer(to);
     send_from_hand(event);
 }
 
@@ -120,12 +143,14 @@ event_values_t moved() {
 enum class half_e { down, up };
 
 void click(device_id_t device, std::uint32_t button, half_e half, std::string_view function) {
-    const hid_device_t& pointer = pointer_of(device, function);
+    const interface_t pointer = pointer_of(device, function);
     if (button >= button_count) {
         misuse(function, "no pointer has that many buttons");
     }
-    carry_out([&pointer, button, half] {
-        send_value(pointer.element({kHIDPage_Button, button + 1}));
+    carry_out(pointer, [pointer, button, half] {
+        usages_t report = relative_controls();
+        report.push_back({kHIDPage_Button, button + 1});
+        send_report(*pointer, report);
         const button_types_t types = types_of_button(button);
         event_values_t event;
         event.type = half == half_e::down ? types.down : types.up;
@@ -142,9 +167,9 @@ void type(device_id_t device, std::uint16_t key_code, key_e what, std::string_vi
     if (known.keyboard == nullptr) {
         misuse(function, "the device is no keyboard");
     }
-    carry_out([known, key_code, what] {
+    carry_out(known.keyboard, [known, key_code, what] {
         if (what != key_e::repeat) {
-            send_value(known.keyboard->element({kHIDPage_KeyboardOrKeypad, any_key}));
+            send_report(*known.keyboard, {{kHIDPage_KeyboardOrKeypad, any_key}});
         }
         event_values_t event;
         event.type = what == key_e::up ? kCGEventKeyUp : kCGEventKeyDown;
@@ -162,14 +187,22 @@ void type(device_id_t device, std::uint16_t key_code, key_e what, std::string_vi
 }  // namespace
 
 device_id_t connect(const device_description_t& description) {
+    const auto make = [&](const usages_t& pairs) {
+        return pairs.empty() ? nullptr : std::make_shared<hid_interface_t>(description, pairs);
+    };
     plugged_in_t device;
-    if (description.has_pointer) {
-        device.pointer = &hid_device_t::make_pointer(description);
-    }
-    if (description.has_keyboard) {
-        device.keyboard = &hid_device_t::make_keyboard(description);
-    }
     device.keyboard_type = description.keyboard_type;
+    if (description.combined) {
+        usages_t pairs = description.pointer;
+        pairs.insert(pairs.end(), description.keyboard.begin(), description.keyboard.end());
+        device.pointer = device.keyboard = make(pairs);
+    } else {
+        device.pointer = make(description.pointer);
+        device.keyboard = make(description.keyboard);
+    }
+    for (const interface_t& interface : device.interfaces()) {
+        plug_in(interface);
+    }
     devices_t& all = devices();
     const std::lock_guard lock(all.mutex);
     all.plugged_in[++all.last] = device;
@@ -184,28 +217,33 @@ void disconnect(device_id_t device) {
         all.plugged_in.erase(device);
     }
     carry_out([known] {
-        for (hid_device_t* const gone : {known.pointer, known.keyboard}) {
-            if (gone != nullptr) {
-                send_removal(*gone);
-            }
+        for (const interface_t& interface : known.interfaces()) {
+            unplug(interface);
         }
     });
+}
+
+void seize(device_id_t device) {
+    for (const interface_t& interface : device_of(device, __func__).interfaces()) {
+        interface->seized = true;
+    }
+}
+
+void let_go(device_id_t device) {
+    for (const interface_t& interface : device_of(device, __func__).interfaces()) {
+        interface->seized = false;
+    }
 }
 
 void move(device_id_t device, double dx, double dy) {
-    const hid_device_t& pointer = pointer_of(device, __func__);
-    carry_out([&pointer, dx, dy] { move_pointer(pointer, from_pointer(dx, dy), moved()); });
+    const interface_t pointer = pointer_of(device, __func__);
+    carry_out(pointer,
+              [pointer, dx, dy] { move_pointer(*pointer, from_pointer(dx, dy), moved()); });
 }
 
 void move_to(device_id_t device, CGPoint place) {
-    const hid_device_t& pointer = pointer_of(device, __func__);
-    carry_out([&pointer, place] {
-        const CGPoint from = session_t::instance().pointer();
-        if (from.x == place.x && from.y == place.y) {
-            send_value(pointer.element({kHIDPage_GenericDesktop, kHIDUsage_GD_X}));
-        }
-        move_pointer(pointer, place, moved());
-    });
+    const interface_t pointer = pointer_of(device, __func__);
+    carry_out(pointer, [pointer, place] { move_pointer(*pointer, place, moved()); });
 }
 
 void press(device_id_t device, std::uint32_t button) {
@@ -217,24 +255,19 @@ void release(device_id_t device, std::uint32_t button) {
 }
 
 void drag(device_id_t device, std::uint32_t button, double dx, double dy) {
-    const hid_device_t& pointer = pointer_of(device, __func__);
-    carry_out([&pointer, button, dx, dy] {
+    const interface_t pointer = pointer_of(device, __func__);
+    carry_out(pointer, [pointer, button, dx, dy] {
         event_values_t event;
         event.type = types_of_button(button).dragged;
         event.button = button;
-        move_pointer(pointer, from_pointer(dx, dy), event);
+        move_pointer(*pointer, from_pointer(dx, dy), event);
     });
 }
 
 void scroll(device_id_t device, std::int32_t vertical, std::int32_t horizontal) {
-    const hid_device_t& pointer = pointer_of(device, __func__);
-    carry_out([&pointer, vertical, horizontal] {
-        if (vertical != 0) {
-            send_value(pointer.element({kHIDPage_GenericDesktop, kHIDUsage_GD_Wheel}));
-        }
-        if (horizontal != 0) {
-            send_value(pointer.element({kHIDPage_Consumer, kHIDUsage_Csmr_ACPan}));
-        }
+    const interface_t pointer = pointer_of(device, __func__);
+    carry_out(pointer, [pointer, vertical, horizontal] {
+        send_report(*pointer, relative_controls());
         event_values_t event;
         event.type = kCGEventScrollWheel;
         event.scroll.line_axis_1 = vertical;
@@ -246,8 +279,7 @@ void scroll(device_id_t device, std::int32_t vertical, std::int32_t horizontal) 
 }
 
 void scroll(device_id_t device, const scroll_fields_t& fields) {
-    pointer_of(device, __func__);
-    carry_out([fields] {
+    carry_out(pointer_of(device, __func__), [fields] {
         event_values_t event;
         event.type = kCGEventScrollWheel;
         event.scroll = fields;

@@ -9,8 +9,8 @@ using IOHIDValueRef = struct __IOHIDValue*;
 
 extern "C" {
 
-// Called on the run loop that the manager is scheduled with; `sender` is the manager. The value and
-// the device are lent for the call.
+// Called on the run loop that the manager is scheduled with. The `sender` of a value is its device,
+// that of a removal the manager. The value and the device are lent for the call.
 using IOHIDValueCallback = void (*)(void* context, IOReturn result, void* sender,
                                     IOHIDValueRef value);
 using IOHIDDeviceCallback = void (*)(void* context, IOReturn result, void* sender,

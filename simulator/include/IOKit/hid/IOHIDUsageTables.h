@@ -6,6 +6,7 @@ enum {
     kHIDPage_KeyboardOrKeypad = 0x07,
     kHIDPage_Button = 0x09,
     kHIDPage_Consumer = 0x0C,
+    kHIDPage_Digitizer = 0x0D,
 };
 
 enum {
@@ -18,4 +19,8 @@ enum {
 
 enum {
     kHIDUsage_Csmr_ACPan = 0x238,
+};
+
+enum {
+    kHIDUsage_Dig_TouchPad = 0x05,
 };
