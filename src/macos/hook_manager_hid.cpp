@@ -4,26 +4,17 @@
 #include <IOKit/hid/IOHIDUsageTables.h>
 
 #include <exception>
-#include <new>
 #include <optional>
 #include <stdexcept>
 
 #include "common/log/log.h"
 #include "macos/device_mappings.h"
+#include "macos/hid_matching.h"
 #include "macos/hook_manager.h"
 #include "macos/hook_manager_decisions.h"
 #include "macos/hook_manager_impl.h"
 
 namespace {
-
-// A matching dictionary with a key missing would match far more devices than are meant.
-template <typename ref_t>
-cpf_t<ref_t> created(ref_t reference) {
-    if (reference == nullptr) {
-        throw std::bad_alloc();
-    }
-    return cpf_t<ref_t>::adopt(reference);
-}
 
 cpf_t<CFMutableDictionaryRef> new_dictionary() {
     return created(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
@@ -36,17 +27,8 @@ cpf_t<CFMutableArrayRef> new_array() {
 
 void set_number(const cpf_t<CFMutableDictionaryRef>& dictionary, CFStringRef key,
                 std::uint32_t value) {
-    const auto number_value = static_cast<std::int32_t>(value);
-    const auto number =
-        created(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &number_value));
-    CFDictionarySetValue(dictionary.get(), key, number.get());
-}
-
-cpf_t<CFMutableDictionaryRef> mouse_matching() {
-    auto matching = new_dictionary();
-    set_number(matching, CFSTR(kIOHIDDeviceUsagePageKey), kHIDPage_GenericDesktop);
-    set_number(matching, CFSTR(kIOHIDDeviceUsageKey), kHIDUsage_GD_Mouse);
-    return matching;
+    CFDictionarySetValue(dictionary.get(), key,
+                         created_number(static_cast<std::int32_t>(value)).get());
 }
 
 cpf_t<CFMutableDictionaryRef> product_matching(std::uint32_t vendor_id, std::uint32_t product_id,
@@ -64,7 +46,8 @@ cpf_t<CFMutableDictionaryRef> product_matching(std::uint32_t vendor_id, std::uin
 // own motion comes through the entry for all mice, so every call asks for the keyboard page.
 cpf_t<CFMutableArrayRef> device_matching() {
     auto matching = new_array();
-    CFArrayAppendValue(matching.get(), mouse_matching().get());
+    CFArrayAppendValue(matching.get(),
+                       usage_matching(kHIDPage_GenericDesktop, kHIDUsage_GD_Mouse).get());
     for (const device_mapping_t& mapping : device_mappings) {
         CFArrayAppendValue(matching.get(),
                            product_matching(mapping.vendor_id, mapping.product_id, true).get());

@@ -1,32 +1,16 @@
 #include "macos/rights_manager.h"
 
 #include <ApplicationServices/ApplicationServices.h>
-#include <IOKit/hid/IOHIDKeys.h>
 #include <IOKit/hid/IOHIDManager.h>
 #include <IOKit/hid/IOHIDUsageTables.h>
 
 #include <array>
-#include <cstdint>
+#include <new>
 #include <utility>
 
 #include "common/thread.h"
 #include "macos/cpf.h"
-
-namespace {
-
-cpf_t<CFDictionaryRef> usage_matching(std::int32_t page, std::int32_t usage) {
-    const auto page_number =
-        cpf_t<CFNumberRef>::adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &page));
-    const auto usage_number =
-        cpf_t<CFNumberRef>::adopt(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt32Type, &usage));
-    std::array<const void*, 2> keys{CFSTR(kIOHIDDeviceUsagePageKey), CFSTR(kIOHIDDeviceUsageKey)};
-    std::array<const void*, 2> values{page_number.get(), usage_number.get()};
-    return cpf_t<CFDictionaryRef>::adopt(
-        CFDictionaryCreate(kCFAllocatorDefault, keys.data(), values.data(), keys.size(),
-                           &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-}
-
-}  // namespace
+#include "macos/hid_matching.h"
 
 bool check_accessibility() {
     const void* key = kAXTrustedCheckOptionPrompt;
@@ -37,27 +21,31 @@ bool check_accessibility() {
     return AXIsProcessTrustedWithOptions(options.get()) != 0;
 }
 
-// The database of the system that holds the grants is not asked: it can lag behind what the system
-// lets this process do.
+// Opens what the daemon will open, rather than only asking the system for the state of the grant:
+// the answer is then that of the call that counts, and a user who has not decided yet is asked. The
+// open itself asks the system for the grant, once for each keyboard and mouse; where none is
+// attached it asks for nothing and succeeds. A device that another program has seized fails it.
 bool check_input_monitoring() {
-    const auto manager = cpf_t<IOHIDManagerRef>::adopt(
-        IOHIDManagerCreate(kCFAllocatorDefault, kIOHIDOptionsTypeNone));
-    if (!manager) {
+    try {
+        const auto manager =
+            created(IOHIDManagerCreate(kCFAllocatorDefault, kIOHIDOptionsTypeNone));
+        {
+            const auto keyboards = usage_matching(kHIDPage_GenericDesktop, kHIDUsage_GD_Keyboard);
+            const auto mice = usage_matching(kHIDPage_GenericDesktop, kHIDUsage_GD_Mouse);
+            std::array<const void*, 2> values{keyboards.get(), mice.get()};
+            const auto matching = created(CFArrayCreate(kCFAllocatorDefault, values.data(),
+                                                        values.size(), &kCFTypeArrayCallBacks));
+            IOHIDManagerSetDeviceMatchingMultiple(manager.get(), matching.get());
+        }
+        const bool opened =
+            IOHIDManagerOpen(manager.get(), kIOHIDOptionsTypeNone) == kIOReturnSuccess;
+        if (opened) {
+            IOHIDManagerClose(manager.get(), kIOHIDOptionsTypeNone);
+        }
+        return opened;
+    } catch (const std::bad_alloc&) {
         return false;
     }
-    {
-        const auto keyboards = usage_matching(kHIDPage_GenericDesktop, kHIDUsage_GD_Keyboard);
-        const auto mice = usage_matching(kHIDPage_GenericDesktop, kHIDUsage_GD_Mouse);
-        std::array<const void*, 2> values{keyboards.get(), mice.get()};
-        const auto matching = cpf_t<CFArrayRef>::adopt(CFArrayCreate(
-            kCFAllocatorDefault, values.data(), values.size(), &kCFTypeArrayCallBacks));
-        IOHIDManagerSetDeviceMatchingMultiple(manager.get(), matching.get());
-    }
-    const bool opened = IOHIDManagerOpen(manager.get(), kIOHIDOptionsTypeNone) == kIOReturnSuccess;
-    if (opened) {
-        IOHIDManagerClose(manager.get(), kIOHIDOptionsTypeNone);
-    }
-    return opened;
 }
 
 permission_guard_t::permission_guard_t(std::chrono::seconds period, std::function<void()> on_lost)
@@ -75,16 +63,17 @@ permission_guard_t::permission_guard_t(permission_guard_t&& other) noexcept : _r
 permission_guard_t& permission_guard_t::operator=(permission_guard_t&& other) noexcept {
     if (this != &other) {
         _stop();
-        // _running is not set again: a guard that has been stopped stays stopped, also when it is
-        // given another's watch, and the thread that this starts ends at once. Meant: nobody is
-        // called back by a guard that its owner has once ended; poke_now() goes on to work.
+        // Where this guard had a thread, _stop() has cleared its _running, which is not set again:
+        // the thread that is started for the watch taken over finds it so and ends at once. Meant:
+        // a guard that its owner has once stopped calls nobody back by itself; poke_now() works.
+        // One that was made from a guard without a thread has never been stopped, and watches.
         _take_over(other);
     }
     return *this;
 }
 
 // A thread works on the object that started it, so the other guard's must have ended before its
-// callback is taken.
+// callback is taken. Where the other has none, nothing is started.
 void permission_guard_t::_take_over(permission_guard_t& other) noexcept {
     const bool was_watching = other._thread.joinable();
     other._join();

@@ -14,8 +14,10 @@ extern const std::string file_path_rights;
 // Whether this process is trusted for Accessibility. Never shows the system's prompt. Any thread.
 [[nodiscard]] bool check_accessibility();
 
-// Whether this process may open keyboards and mice. Opens a HID manager of its own and closes it
-// again, which takes some milliseconds. Any thread.
+// Whether this process can open the keyboards and mice that are attached; true when there are none.
+// Opens a HID manager of its own and closes it again, which takes some milliseconds; where the user
+// has not decided on Input Monitoring yet, the system asks, and the call waits for the answer.
+// False also when another program has seized a device, or when there is no memory. Any thread.
 [[nodiscard]] bool check_input_monitoring();
 
 // Replaces the rights file as a whole: whoever reads it, at whatever moment this process is killed
@@ -42,8 +44,10 @@ class permission_guard_t {
     permission_guard_t(std::chrono::seconds period, std::function<void()> on_lost);
 
     // Both end the threads of the guards involved before anything changes hands, and so wait up to
-    // one period for each. A guard that is assigned to does not watch any more: only poke_now()
-    // works on it. The process ends when there is no thread to be had.
+    // one period for each. The guard that is moved from watches no more. One that is made so
+    // watches if the other had a thread, even one that a loss had ended. One that had a thread
+    // itself and is assigned to does not watch again, whatever it takes over: its new thread ends
+    // at once, and only poke_now() works on it. The process ends when there is no thread to be had.
     permission_guard_t(permission_guard_t&& other) noexcept;
     permission_guard_t& operator=(permission_guard_t&& other) noexcept;
     permission_guard_t(const permission_guard_t&) = delete;

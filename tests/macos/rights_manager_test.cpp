@@ -14,6 +14,7 @@
 #include <set>
 #include <thread>
 
+#include "control/input.h"
 #include "control/objects.h"
 #include "control/permissions.h"
 #include "support/log_capture.h"
@@ -192,10 +193,22 @@ TEST_F(rights_file, readers_see_whole_files_while_writers_are_killed) {
 }
 
 TEST(permission_checks, a_check_that_cannot_be_made_is_a_missing_permission) {
-    simulator::fail_next("IOHIDManagerCreate");
+    using simulator::permission_e;
+    simulator::revoke(permission_e::input_monitoring);
+    EXPECT_TRUE(check_input_monitoring()) << "nothing to open";
+    const auto keyboard = simulator::connect({.name = "keyboard", .pointer = {{1, 6}}});
     EXPECT_FALSE(check_input_monitoring());
+    simulator::grant(permission_e::input_monitoring);
     EXPECT_TRUE(check_input_monitoring());
-    simulator::revoke(simulator::permission_e::accessibility);
+    simulator::seize(keyboard);
+    EXPECT_FALSE(check_input_monitoring());
+    simulator::let_go(keyboard);
+    for (const auto function :
+         {"IOHIDManagerCreate", "CFNumberCreate", "CFDictionaryCreate", "CFArrayCreate"}) {
+        simulator::fail_next(function);
+        EXPECT_FALSE(check_input_monitoring()) << function;
+    }
+    simulator::revoke(permission_e::accessibility);
     EXPECT_TRUE(!check_accessibility() && check_input_monitoring());
     EXPECT_EQ(simulator::objects_alive(), lines_t{});
 }
