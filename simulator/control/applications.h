@@ -16,9 +16,13 @@ namespace simulator {
 // What stands on the screen has a number, which is never given twice. 0 is nothing's.
 using element_id_t = std::uint64_t;
 
-// Starts an application with the short process name that the kernel keeps for it (proc_name): the
-// first 31 bytes of what is given.
+// Starts an application with the short process name that the kernel keeps for it: the first 31
+// bytes of what is given.
 pid_t launch_application(const std::string& process_name);
+// What proc_name tells of a process: the registered name as above; the first 15 bytes, of one that
+// has given its registered name up; nothing, of another user's.
+enum class told_name_e { registered, cut, none };
+pid_t launch_application(const std::string& process_name, told_name_e told);
 // Ends it with its windows and whatever else it shows.
 void quit_application(pid_t application);
 std::optional<std::string> application_name(pid_t application);

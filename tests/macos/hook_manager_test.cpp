@@ -37,6 +37,8 @@ using lines_t = std::vector<std::string>;
 constexpr CGPoint over_mail{100, 100};
 constexpr CGPoint over_photos{600, 100};
 constexpr CGPoint over_helper{50, 550};
+constexpr CGPoint over_cut{250, 550};      // "Mail" would stand in its name's second half
+constexpr CGPoint over_foreign{450, 550};  // another user's Mail
 constexpr CGPoint over_nothing{900, 900};
 constexpr std::uint32_t middle = 2;
 constexpr std::uint32_t side_1 = 3;
@@ -78,14 +80,18 @@ class hook_manager_test : public testing::Test {
   protected:
     hook_manager_test() {
         home.write_settings(settings);
-        const auto open = [](const char* process, CGPoint place) {
-            const pid_t application = simulator::launch_application(process);
+        using simulator::told_name_e;
+        const auto open = [](const char* process, CGPoint place,
+                             told_name_e told = told_name_e::registered) {
+            const pid_t application = simulator::launch_application(process, told);
             const CGRect frame{{place.x - 50, place.y - 50}, {100, 100}};
             simulator::open_window(application, process, frame);
         };
         open("Mail", over_mail);
         open("Photos", over_photos);
         open("Mail.app Photos", over_helper);
+        open("Assistant of the Mail", over_cut, told_name_e::cut);
+        open("Mail", over_foreign, told_name_e::none);
         mouse = simulator::connect(description_of(device_mappings[0]));
     }
 
@@ -181,6 +187,8 @@ TEST_F(hook_manager_test, a_click_is_swallowed_or_passed_as_a_whole) {
              {"a process of its", over_helper, side_2, "ss", {"I Action paste"}},
              {"not bound", over_photos, side_2, "dd", {"I Action default_action"}},
              {"no application", over_nothing, side_1, "ss", {"I Action copy"}},
+             {"cut name", over_cut, side_1, "ss", {"I Action copy"}},
+             {"no name to be had", over_foreign, side_1, "ss", {"I Action copy"}},
              {"a further button", over_mail, 5, "dd", {}},
          }) {
         move_to(one.place);

@@ -218,16 +218,21 @@ TEST_F(accessibility_test, a_mistake_ends_the_program_with_the_name_of_the_call)
 }
 
 TEST(processes, names_are_the_kernels_short_ones) {
+    using simulator::told_name_e;
     std::array<char, 64> buffer{};
+    const auto told = [&](pid_t process, std::uint32_t size = 64) {
+        errno = 0;
+        const int length = proc_name(process, buffer.data(), size);
+        return length > 0 ? std::string(buffer.data(), length) : std::to_string(errno);
+    };
     const std::string given = "A helper with a name too long for it";
     const pid_t helper = simulator::launch_application(given);
-    EXPECT_EQ(proc_name(helper, buffer.data(), 31), 0);
-    EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(proc_name(helper, buffer.data(), buffer.size()), 31);
-    EXPECT_EQ(buffer.data(), given.substr(0, 31));
+    EXPECT_EQ(told(helper, 31), std::to_string(ENOMEM));
+    EXPECT_EQ(told(helper), given.substr(0, 31));
+    EXPECT_EQ(told(simulator::launch_application(given, told_name_e::cut)), given.substr(0, 15));
+    EXPECT_EQ(told(simulator::launch_application(given, told_name_e::none)), std::to_string(EPERM));
     simulator::quit_application(helper);
-    EXPECT_EQ(proc_name(helper, buffer.data(), buffer.size()), 0);
-    EXPECT_EQ(errno, ESRCH);
+    EXPECT_EQ(told(helper), std::to_string(ESRCH));
 }
 
 }  // namespace

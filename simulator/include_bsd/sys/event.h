@@ -25,19 +25,9 @@ struct kevent {
 #define EV_EOF 0x8000
 
 #define NOTE_DELETE 0x00000001
+#define NOTE_LINK 0x00000010
 #define NOTE_RENAME 0x00000020
 #define NOTE_REVOKE 0x00000040
-
-#define EV_SET(event, ident_, filter_, flags_, fflags_, data_, udata_) \
-    do {                                                               \
-        struct kevent* event_to_set = (event);                         \
-        event_to_set->ident = (ident_);                                \
-        event_to_set->filter = (filter_);                              \
-        event_to_set->flags = (flags_);                                \
-        event_to_set->fflags = (fflags_);                              \
-        event_to_set->data = (data_);                                  \
-        event_to_set->udata = (udata_);                                \
-    } while (0)
 
 // The function has the name of the structure, as on the platform.
 #pragma GCC diagnostic push

@@ -1,8 +1,11 @@
 #include <ApplicationServices/ApplicationServices.h>
 #include <libproc.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <map>
+#include <mutex>
 
 #include "control/applications.h"
 #include "control/permissions.h"
@@ -11,10 +14,38 @@
 
 namespace {
 
-// The kernel's record of a name, which the caller's buffer must hold whatever the name's length.
-constexpr std::uint32_t name_record_bytes = 32;
+// The kernel's records of the registered name and of the short one, each with its zero byte. The
+// caller's buffer must hold the larger, whatever the name's length.
+constexpr std::size_t name_record_bytes = 32;
+constexpr std::size_t short_name_record_bytes = 16;
+
+struct told_names_t {
+    std::mutex mutex;
+    std::map<pid_t, simulator::told_name_e> by_process;  // registered where none is given
+};
+
+told_names_t& told_names() {
+    static auto* const all = new told_names_t;  // outlives every static object of the program
+    return *all;
+}
+
+simulator::told_name_e told_of(pid_t process) {
+    const std::lock_guard lock(told_names().mutex);
+    return told_names().by_process[process];
+}
 
 }  // namespace
+
+namespace simulator {
+
+pid_t launch_application(const std::string& process_name, told_name_e told) {
+    const pid_t process = launch_application(process_name);
+    const std::lock_guard lock(told_names().mutex);
+    told_names().by_process[process] = told;
+    return process;
+}
+
+}  // namespace simulator
 
 extern "C" {
 
@@ -47,12 +78,20 @@ int proc_name(int pid, void* buffer, std::uint32_t buffersize) {
         return 0;
     }
     const auto name = simulator::application_name(pid);
-    if (simulator::shall_fail(__func__) || !name) {
+    if (!name) {
         errno = ESRCH;
         return 0;
     }
-    std::memcpy(buffer, name->c_str(), name->size() + 1);
-    return static_cast<int>(std::strlen(name->c_str()));
+    const simulator::told_name_e told = told_of(pid);
+    if (told == simulator::told_name_e::none) {
+        errno = EPERM;
+        return 0;
+    }
+    const std::size_t record =
+        told == simulator::told_name_e::registered ? name_record_bytes : short_name_record_bytes;
+    std::memset(buffer, 0, record);
+    std::memcpy(buffer, name->c_str(), std::min(name->size(), record - 1));
+    return static_cast<int>(std::strlen(static_cast<const char*>(buffer)));
 }
 
 }  // extern "C"

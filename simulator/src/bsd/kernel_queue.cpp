@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
@@ -15,6 +17,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -72,14 +75,17 @@ bool mounted(std::uint64_t mount_id) {
     return false;
 }
 
+struct change_t {
+    int watch;
+    std::uint32_t what;
+    std::string name;  // of what it happened to, when that stands in the watched folder
+};
+
 // The watch over one directory, from its registration until the caller closes its descriptor.
 class watch_t {
   public:
     watch_t(const struct kevent& wanted, const struct statx& directory)
-        : _wanted(wanted),
-          _directory(directory),
-          _deleted(directory.stx_nlink == 0),
-          _revoked(!mounted(directory.stx_mnt_id)) {}
+        : _wanted(wanted), _directory(directory), _deleted(directory.stx_nlink == 0) {}
 
     // False, with errno, when the host refuses.
     bool start(int changes) {
@@ -99,9 +105,9 @@ class watch_t {
     }
 
     // One reading of the host's notifications.
-    void note_changes(int changes, const std::vector<inotify_event>& events) {
-        for (const inotify_event& event : events) {
-            if (event.wd == _self && (event.mask & IN_MOVE_SELF) != 0) {
+    void note_changes(int changes, const std::vector<change_t>& read) {
+        for (const change_t& change : read) {
+            if (change.watch == _self && (change.what & IN_MOVE_SELF) != 0) {
                 _happened(NOTE_RENAME);
                 _watch_parent(changes);
             }
@@ -109,7 +115,11 @@ class watch_t {
         const auto now = described(_number());
         if (!_deleted && now && now->stx_nlink == 0) {
             _deleted = true;
-            _happened(NOTE_DELETE);
+            const bool replaced = std::ranges::any_of(read, [&](const change_t& change) {
+                return change.watch == _parent && (change.what & IN_MOVED_TO) != 0 &&
+                       change.name + " (deleted)" == _last_name();
+            });
+            _happened(replaced ? NOTE_DELETE : NOTE_DELETE | NOTE_LINK);
         }
     }
 
@@ -120,21 +130,33 @@ class watch_t {
         }
     }
 
-    // What has happened since it was last taken, if anything.
+    // What has happened since it was last taken, if anything. A revocation is told also to a caller
+    // who did not ask for it, and is the last that is told.
     std::optional<struct kevent> take() {
-        const std::uint32_t happened = std::exchange(_pending, 0);
-        if (happened == 0 || !alive()) {
+        if ((_pending == 0 && !_revoked) || !alive()) {
             return std::nullopt;
         }
         struct kevent event = _wanted;
-        event.fflags = happened;
+        event.fflags = std::exchange(_pending, 0);
+        if (_revoked) {
+            event.flags |= EV_EOF | EV_ONESHOT;
+        }
         return event;
     }
 
   private:
     int _number() const { return static_cast<int>(_wanted.ident); }
     std::string _path() const { return "/proc/self/fd/" + std::to_string(_number()); }
-    void _happened(std::uint32_t what) { _pending |= what & _wanted.fflags; }
+    std::string _last_name() const {
+        std::error_code ignored;
+        return std::filesystem::read_symlink(_path(), ignored).filename();
+    }
+    // Told as a whole, also what was not asked for with the rest.
+    void _happened(std::uint32_t what) {
+        if ((what & _wanted.fflags) != 0) {
+            _pending |= what;
+        }
+    }
 
     // The host tells of a directory's removal only when the last descriptor on it is closed, and
     // the caller keeps one. The folder above tells at once that something in it was removed or
@@ -154,7 +176,7 @@ class watch_t {
     int _parent = -1;
     std::uint32_t _pending = 0;
     bool _deleted;
-    bool _revoked;
+    bool _revoked = false;
 };
 
 // The caller's queue is one end of a pair of sockets. A wait sleeps on the other end as well, which
@@ -182,6 +204,10 @@ class queue_t {
         }
         if (!S_ISDIR(directory->stx_mode)) {
             not_modelled("kevent", "watching something that is not a directory");
+        }
+        if (!mounted(directory->stx_mnt_id)) {
+            errno = ENOENT;
+            return -1;
         }
         const std::lock_guard lock(_mutex);
         if (_watch && _watch->alive()) {
@@ -235,21 +261,24 @@ class queue_t {
         const auto taken = _watch ? _watch->take() : std::nullopt;
         if (taken) {
             event = *taken;
+            if ((event.flags & EV_ONESHOT) != 0) {
+                _forget_watch();
+            }
         }
         return taken.has_value();
     }
 
-    std::vector<inotify_event> _read_changes() {
-        std::vector<inotify_event> events;
+    std::vector<change_t> _read_changes() {
+        std::vector<change_t> changes;
         alignas(inotify_event) std::byte buffer[4096];
         for (ssize_t size = 0; (size = ::read(_changes.get(), buffer, sizeof(buffer))) > 0;) {
             for (ssize_t at = 0; at < size;) {
                 const auto& event = *reinterpret_cast<const inotify_event*>(buffer + at);
-                events.push_back({event.wd, event.mask, event.cookie, 0});
+                changes.push_back({event.wd, event.mask, event.len > 0 ? event.name : ""});
                 at += static_cast<ssize_t>(sizeof(event) + event.len);
             }
         }
-        return events;
+        return changes;
     }
 
     void _forget_watch() {
