@@ -228,12 +228,21 @@ void player_t::_do(const step_t& step) {
                    },
                    [&](const removal_t& removal) {
                        const std::filesystem::path bundle = front_application(_root);
-                       if (removal.how == removal_e::deleted) {
-                           tell("user", "deletes the front application");
-                           std::filesystem::remove_all(bundle);
-                       } else {
-                           tell("user", "renames the front application");
-                           std::filesystem::rename(bundle, bundle.string() + ".old");
+                       const std::filesystem::path trash = _home / ".Trash";
+                       switch (removal.how) {
+                           case removal_e::deleted:
+                               tell("user", "deletes the front application");
+                               std::filesystem::remove_all(bundle);
+                               break;
+                           case removal_e::renamed:
+                               tell("user", "renames the front application");
+                               std::filesystem::rename(bundle, bundle.string() + ".old");
+                               break;
+                           case removal_e::moved:
+                               tell("user", "moves the front application to the Trash");
+                               std::filesystem::create_directories(trash);
+                               std::filesystem::rename(bundle, trash / bundle.filename());
+                               break;
                        }
                    },
                    [&](const hold_t&) {

@@ -282,6 +282,8 @@ TEST_F(program, the_player_reports_what_does_not_come_as_expected) {
              {R"({"do": "look"}], "expect": {"rights_file": "x"}})", 1, "the rights file holds: {"},
              {R"({"do": "look"}], "expect": {"uninstall_trigger": "user"}})", 1,
               "the uninstall trigger is in: none"},
+             {R"({"do": "move front application"}]})", 0,
+              "moves the front application to the Trash"},
              {R"({"do": "disconnect", "device": "mouse"}, {"do": "move", "device": "mouse"}]})", 2,
               "step 2: \"device\" mouse is not connected"},
          }) {
