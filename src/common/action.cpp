@@ -91,8 +91,8 @@ shortcut_t::shortcut_t(const nlohmann::json& params) {
     }
     for (const auto& key : *keys) {
         if (key.is_number()) {
-            // A number out of range stays in its place as a key that does not exist: a shortcut
-            // with a wrong key is not a shortcut without that key.
+            // A number out of range becomes a key that does not exist. Whoever presses the keys
+            // leaves those out: a shortcut with a wrong key is that shortcut without the key.
             combination.push_back(static_cast<input_value_e>(
                 uint32_from_json(key).value_or(static_cast<std::uint32_t>(input_value_e::none))));
         }
