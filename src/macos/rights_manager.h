@@ -21,16 +21,18 @@ extern const std::string file_path_rights;
 [[nodiscard]] bool check_input_monitoring();
 
 // Replaces the rights file as a whole: whoever reads it, at whatever moment this process is killed
-// and however many write at once, finds the old or the new file. Writes `path` + ".tmp" first.
-// Waits for another writer at most half a second; one that takes longer is a failure. Failures are
-// logged and leave the old file. Never throws. Any thread.
+// and however many write at once, finds the old or the new file. Writes `path` + ".tmp" first; what
+// stands there and is no regular file is a failure. Waits at most five seconds while others hold
+// the folder's lock, and half a second more for one on the temporary file. Failures are logged and
+// leave the old file. Never throws. Any thread.
 void write_rights_to_file(bool accessibility, bool input_monitoring,
                           const std::string& path = file_path_rights);
 
 // The content of the rights file, whatever JSON value it is; {"accessibility": false,
-// "input_monitoring": false} when it cannot be opened. A file that is not JSON is logged and gives
-// what could be read before the fault; one nested deeper than 64 levels is logged and gives the
-// object above. Waits for a writer that locks the file, at most half a second. Any thread.
+// "input_monitoring": false} when it cannot be opened or is no regular file. A file that is not
+// JSON is logged and gives what could be read before the fault; one that is larger than 1 MiB,
+// nested deeper than 64 levels or cannot be read is logged and gives the object above. Waits for a
+// writer that locks the file, at most half a second. Any thread.
 [[nodiscard]] nlohmann::json read_rights_from_file(const std::string& path = file_path_rights);
 
 // Calls back once when Accessibility goes from granted to not granted. Looks every period from a

@@ -4,34 +4,31 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iomanip>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 #include "common/config/config.h"
+#include "common/json_nesting.h"
 #include "common/log/log.h"
+#include "common/regular_file.h"
 #include "macos/rights_manager.h"
 
 namespace {
 
-// What belongs there is flat, but anyone may put something else there. The JSON library prints and
-// copies by recursion, so that a file of many levels would end the process by its stack.
-constexpr int deepest_nesting = 64;
+// What belongs there is flat and short, but anyone may put something else there.
+constexpr std::size_t size_limit = std::size_t{1024} * 1024;  // bytes
+constexpr std::size_t nesting_limit = 64;                     // levels
 
-constexpr std::chrono::milliseconds longest_wait_for_lock{500};
+// Only the folder is worth a long wait: nobody writes again before the daemon's next start.
+constexpr std::chrono::milliseconds longest_wait_for_folder{5000};
+constexpr std::chrono::milliseconds longest_wait_for_file{500};
 constexpr std::chrono::milliseconds pause_between_tries{2};
-
-struct nested_too_deeply_t : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // A throw here would end also the queries that need no home folder, before main could answer them.
 std::string path_of_rights_file() {
@@ -42,68 +39,46 @@ std::string path_of_rights_file() {
     }
 }
 
-class descriptor_t {
-  public:
-    explicit descriptor_t(int descriptor) : _descriptor(descriptor) {}
-    descriptor_t(const descriptor_t&) = delete;
-    descriptor_t& operator=(const descriptor_t&) = delete;
-    ~descriptor_t() { close(); }
-
-    bool is_open() const { return _descriptor >= 0; }
-
-    // False when another process does not let the lock go: the daemon must not stand still for one
-    // that does. A file system without locks is used without them.
-    bool lock(int operation) const {
-        const auto end = std::chrono::steady_clock::now() + longest_wait_for_lock;
-        while (is_open() && flock(_descriptor, operation | LOCK_NB) != 0) {
-            if (errno != EINTR && errno != EWOULDBLOCK) {
-                return true;
-            }
-            if (std::chrono::steady_clock::now() >= end) {
-                return false;
-            }
-            std::this_thread::sleep_for(pause_between_tries);
+// False when another process does not let the lock go in time: the daemon must not stand still for
+// one that does. A file system without locks is used without them.
+bool lock(const descriptor_t& file, int operation, std::chrono::milliseconds at_most) {
+    const auto end = std::chrono::steady_clock::now() + at_most;
+    while (file.is_open() && flock(file.get(), operation | LOCK_NB) != 0) {
+        if (errno != EINTR && errno != EWOULDBLOCK) {
+            return true;
         }
-        return true;
-    }
-
-    // Some file systems cannot do it and say so; the file is as good as it gets there.
-    void synchronize() const {
-        int result = 0;
-        do {
-            result = fsync(_descriptor);
-        } while (result != 0 && errno == EINTR);
-        if (result != 0 && errno != EINVAL && errno != ENOTSUP) {
-            throw std::system_error(errno, std::generic_category(), "fsync");
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
         }
+        std::this_thread::sleep_for(pause_between_tries);
     }
+    return true;
+}
 
-    void close() {
-        if (is_open()) {
-            ::close(std::exchange(_descriptor, -1));
-        }
-    }
+void unlock(const descriptor_t& file) {
+    flock(file.get(), LOCK_UN);
+}
 
-  private:
-    int _descriptor;
-};
-
-void write_json(const std::string& path, const nlohmann::json& value) {
-    std::ofstream stream(path);
-    stream << std::setw(4) << value << std::flush;
-    if (!stream) {
-        throw std::runtime_error("cannot write " + path);
+// Some file systems cannot do it and say so; the file is as good as it gets there.
+void synchronize(const descriptor_t& file) {
+    int result = 0;
+    do {
+        result = fsync(file.get());
+    } while (result != 0 && errno == EINTR);
+    if (result != 0 && errno != EINVAL && errno != ENOTSUP) {
+        throw std::system_error(errno, std::generic_category(), "fsync");
     }
 }
 
-nlohmann::json parse_flat(const std::string& text) {
-    return nlohmann::json::parse(text,
-                                 [](int depth, nlohmann::json::parse_event_t, nlohmann::json&) {
-                                     if (depth > deepest_nesting) {
-                                         throw nested_too_deeply_t("nested too deeply");
-                                     }
-                                     return true;
-                                 });
+std::string text_of(const descriptor_t& file) {
+    std::string text = read_file(file, size_limit);
+    if (text.size() > size_limit) {
+        throw std::runtime_error("larger than " + std::to_string(size_limit) + " bytes");
+    }
+    if (nests_deeper_than(nesting_limit, text)) {
+        throw std::runtime_error("nested deeper than " + std::to_string(nesting_limit) + " levels");
+    }
+    return text;
 }
 
 // Reads into `value` what comes before the fault of a text that is not JSON.
@@ -127,26 +102,26 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
     // on the folder, from before the opening until after the rename: the lock on the temporary file
     // alone would let one of them empty what another is about to put in place. The system lifts the
     // lock of a writer that is killed; what that one left is emptied by the next.
-    const descriptor_t folder(
-        open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_CLOEXEC));
-    if (!folder.lock(LOCK_EX)) {
+    const descriptor_t folder(open(std::filesystem::path(path).parent_path().c_str(),
+                                   O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    if (!lock(folder, LOCK_EX, longest_wait_for_folder)) {
         // Its holder may be about to put the temporary file in place: it is not ours to empty.
         QLX_LOG_ERROR("Failed to write rights status to {}: {}", path, "the folder stays locked");
         return;
     }
 
     // Without a home folder there is no path, and the working folder is not the place to write to.
-    descriptor_t file(path.empty() ? -1
-                                   : open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    descriptor_t file(
+        path.empty() ? -1 : open_regular_file(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0644));
     if (!file.is_open()) {
         QLX_LOG_ERROR("Cannot open temp file {}", temporary);
         return;
     }
     try {
-        file.lock(LOCK_EX);
-        write_json(temporary, rights);
-        file.synchronize();
-        file.lock(LOCK_UN);
+        lock(file, LOCK_EX, longest_wait_for_file);
+        write_file(file, rights.dump(4));
+        synchronize(file);
+        unlock(file);
         file.close();
         std::filesystem::rename(temporary, path);
         QLX_LOG_INFO("Rights status written to {}", path);
@@ -159,22 +134,21 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
 
 nlohmann::json read_rights_from_file(const std::string& path) {
     nlohmann::json rights{{"accessibility", false}, {"input_monitoring", false}};
-    const descriptor_t file(open(path.c_str(), O_RDONLY));
+    const descriptor_t file(open_regular_file(path, O_RDONLY));
     if (!file.is_open()) {
         return rights;
     }
-    file.lock(LOCK_SH);
+    lock(file, LOCK_SH, longest_wait_for_file);
     std::string text;
     try {
-        std::ifstream stream(path);
-        text.assign(std::istreambuf_iterator<char>(stream), {});
-        rights = parse_flat(text);
-    } catch (const nested_too_deeply_t& error) {
-        QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
-    } catch (const std::exception& error) {
+        text = text_of(file);
+        rights = nlohmann::json::parse(text);
+    } catch (const nlohmann::json::exception& error) {
         QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
         parse_until_fault(text, rights);
+    } catch (const std::exception& error) {
+        QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
     }
-    file.lock(LOCK_UN);
+    unlock(file);
     return rights;
 }

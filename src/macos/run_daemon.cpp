@@ -125,7 +125,9 @@ void on_uninstall() {
     utils::_should_quit = true;
 }
 
-// On the permission guard's thread.
+// On the permission guard's thread. Where another process keeps the rights file's folder locked
+// this takes some seconds, and so does a stop that is asked for meanwhile, which waits for that
+// thread.
 void on_permission_lost() {
     const bool accessibility = check_accessibility();
     const bool input_monitoring = check_input_monitoring();

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "common/log/log.h"
+#include "common/regular_file.h"
 #include "common/thread.h"
 
 namespace {
@@ -20,22 +21,25 @@ namespace {
 constexpr const char* trigger_name = "/.uninstall_request";
 constexpr std::string_view trigger_content = "front_removed\n";
 constexpr const char* user_support_folder = "/Library/Application Support/QlxControlCenter";
-constexpr int trigger_flags = O_WRONLY | O_CREAT | O_TRUNC;
-constexpr mode_t trigger_mode = 0666;
 
 bool is_directory(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// The file's being there is the message; a content cut short changes nothing about it.
-void write_content_and_close(int descriptor) {
+// False, with errno, when it cannot be opened. The file's being there is the message; a content cut
+// short changes nothing about it.
+bool write_trigger(const std::string& path) {
+    const descriptor_t file(open_regular_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0666));
+    if (!file.is_open()) {
+        return false;
+    }
     [[maybe_unused]] const auto written =
-        write(descriptor, trigger_content.data(), trigger_content.size());
-    close(descriptor);
+        write(file.get(), trigger_content.data(), trigger_content.size());
+    return true;
 }
 
-// Nothing else in the process asks the password database, whose answer is one for all threads.
+// The system lends each thread an entry of its own, until that thread asks again.
 std::string home_folder() {
     const passwd* entry = getpwuid(getuid());
     if (entry != nullptr && entry->pw_dir != nullptr && *entry->pw_dir != '\0') {
@@ -165,9 +169,7 @@ void uninstall_watcher_t::_consume_on_quit() {
 void request_uninstall(const std::string& system_folder, const std::optional<std::string>& home) {
     if (is_directory(system_folder)) {
         const std::string path = system_folder + trigger_name;
-        const int descriptor = open(path.c_str(), trigger_flags, trigger_mode);
-        if (descriptor >= 0) {
-            write_content_and_close(descriptor);
+        if (write_trigger(path)) {
             QLX_LOG_INFO("Wrote uninstall trigger (system): {}", path);
             return;
         }
@@ -191,12 +193,10 @@ void request_uninstall(const std::string& system_folder, const std::optional<std
 }
 
 bool touch_file(const std::string& path) {
-    const int descriptor = open(path.c_str(), trigger_flags, trigger_mode);
-    if (descriptor < 0) {
-        const int error = errno;
-        QLX_LOG_ERROR("Failed to create trigger at {} (errno={})", path, error);
-        return false;
+    if (write_trigger(path)) {
+        return true;
     }
-    write_content_and_close(descriptor);
-    return true;
+    const int error = errno;
+    QLX_LOG_ERROR("Failed to create trigger at {} (errno={})", path, error);
+    return false;
 }

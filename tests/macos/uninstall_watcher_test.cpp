@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
+#include <utility>
 
 #include "control/objects.h"
 #include "support/log_capture.h"
@@ -136,20 +137,15 @@ TEST_F(uninstall_watcher, destruction_at_any_moment_of_the_setup_ends_the_thread
 }
 
 TEST_F(uninstall_watcher, watch_that_cannot_be_set_up_ends_without_trigger_and_callback) {
-    const struct {
-        const char* refused;
-        std::string line;
-    } cases[] = {
-        {"kqueue", "E kqueue() failed (errno=" + std::to_string(EMFILE) + ")"},
-        {"kevent", "E kevent(ADD) failed (errno=" + std::to_string(ENOMEM) + ")"},
-    };
     simulator::fail_next("kqueue");
     if (const int queue = kqueue(); queue >= 0) {
         close(queue);
         GTEST_SKIP() << "the machine's own kernel queues cannot be made to fail";
     }
     const auto descriptors = descriptors_open();
-    for (const auto& [refused, line] : cases) {
+    for (const auto& [refused, line] :
+         {std::pair("kqueue", "E kqueue() failed (errno=" + std::to_string(EMFILE) + ")"),
+          std::pair("kevent", "E kevent(ADD) failed (errno=" + std::to_string(ENOMEM) + ")")}) {
         log.forget();
         simulator::fail_next(refused);
         const auto watcher = watch();
@@ -163,9 +159,7 @@ TEST_F(uninstall_watcher, watch_that_cannot_be_set_up_ends_without_trigger_and_c
 
 TEST_F(uninstall_watcher, signal_that_interrupts_the_wait_does_not_end_it) {
     static std::atomic<int> interruptions{0};
-    struct sigaction action {};
-    action.sa_handler = [](int) { ++interruptions; };
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    std::signal(SIGUSR1, [](int) { ++interruptions; });
     auto watcher = watch();
     ASSERT_TRUE(log.wait_for(armed_line()));
     // Only the watcher's thread is left to take the signal.
@@ -188,7 +182,18 @@ TEST_F(uninstall_watcher, trigger_goes_to_the_system_folder_or_else_to_the_users
     const std::string user_line = "I Wrote uninstall trigger (user): " + user_trigger().string();
     const std::string no_folder_line =
         "E Failed to create user support dir for trigger: " + user_folder().string();
-    const std::string is_directory = std::to_string(EISDIR);
+    const auto system_failure = [&](int error) {
+        return "E Cannot write system trigger (" + system_trigger().string() +
+               "), errno=" + std::to_string(error) + " — will try user dir";
+    };
+    const auto user_failure = [&](int error) {
+        return "E Failed to create trigger at " + user_trigger().string() +
+               " (errno=" + std::to_string(error) + ")";
+    };
+    const auto put_pipes = [&](bool others_there) {
+        home.put_pipe(system_trigger(), others_there);
+        home.put_pipe(user_trigger(), others_there);
+    };
     const auto leftover = [](const fs::path& file) {
         fs::create_directories(file.parent_path());
         std::ofstream(file) << std::string(100, 'x');
@@ -212,15 +217,13 @@ TEST_F(uninstall_watcher, trigger_goes_to_the_system_folder_or_else_to_the_users
              fs::create_directories(system_trigger());
              fs::create_directories(user_folder().parent_path());
          },
-         {"E Cannot write system trigger (" + system_trigger().string() +
-              "), errno=" + is_directory + " — will try user dir",
-          user_line},
+         {system_failure(EISDIR), user_line},
          user_trigger()},
         {"no folder of the user's at all", [] {}, {no_folder_line}, {}},
-        {"nowhere to write",
-         [&] { fs::create_directories(user_trigger()); },
-         {"E Failed to create trigger at " + user_trigger().string() + " (errno=" + is_directory +
-          ")"},
+        {"pipes", [&] { put_pipes(false); }, {system_failure(ENXIO), user_failure(ENXIO)}, {}},
+        {"pipes with a reader",
+         [&] { put_pipes(true); },
+         {system_failure(ENOTSUP), user_failure(ENOTSUP)},
          {}},
     };
     for (const auto& [name, arrange, lines, written] : cases) {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +23,7 @@ class temporary_home_t {
         setenv("HOME", _path.c_str(), 1);
     }
     ~temporary_home_t() {
+        alarm(0);
         std::error_code ignored;
         std::filesystem::remove_all(_path, ignored);
     }
@@ -38,6 +43,17 @@ class temporary_home_t {
         const auto beside = user_data() / "deamon-settings.json.new";
         std::ofstream(beside, std::ios::binary) << text;
         std::filesystem::rename(beside, settings_file());
+    }
+
+    // Puts a pipe in the place of a file, with others at both its ends or nobody at all. A test
+    // that is stuck at it is ended.
+    static void put_pipe(const std::filesystem::path& file, bool others_there) {
+        std::filesystem::create_directories(file.parent_path());
+        std::filesystem::remove(file);
+        if (mkfifo(file.c_str(), 0600) != 0 || (others_there && open(file.c_str(), O_RDWR) < 0)) {
+            throw std::runtime_error("no pipe to be had");
+        }
+        alarm(10);
     }
 
     // Empty when there is no such file.

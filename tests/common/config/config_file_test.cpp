@@ -1,7 +1,6 @@
 #include "common/config/config_file.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -54,9 +53,10 @@ TEST(config_file, texts_that_are_no_document_are_refused_with_the_reason) {
 TEST(config_file, only_regular_files_are_read) {
     const temporary_home_t home;
     const auto path = home.path() / "settings";
-    ASSERT_EQ(mkfifo((home.path() / "pipe").c_str(), 0600), 0);
-    for (const auto& none : {path, home.path(), home.path() / "pipe"}) {
-        EXPECT_EQ(read_config_file(none), std::nullopt) << none;  // and does not block
+    home.put_pipe(home.path() / "quiet pipe", false);
+    home.put_pipe(home.path() / "busy pipe", true);
+    for (const char* none : {"settings", ".", "quiet pipe", "busy pipe"}) {
+        EXPECT_EQ(read_config_file(home.path() / none), std::nullopt) << none;
     }
     const auto bytes = repeat(std::string("a\0\r\n\xff", 5), 30'000);
     std::ofstream(path, std::ios::binary) << bytes;
