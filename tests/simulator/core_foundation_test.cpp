@@ -47,7 +47,9 @@ CFRunLoopTimerRef add_due_timer(CFTimeInterval interval, CFRunLoopTimerCallBack 
 // A port with a message, and its source; a run loop alone keeps both.
 struct channel_t {
     channel_t(CFRunLoopRef loop, const std::function<void()>& message) {
-        auto made = std::make_unique<simulator::mach_port_t>([] {});
+        // It uses what goes with the port.
+        const auto invalidated = [uses = std::make_shared<int>(0)] { ++*uses; };
+        auto made = std::make_unique<simulator::mach_port_t>(invalidated);
         made->messages()->post(message);
         port = static_cast<CFMachPortRef>(
             const_cast<void*>(simulator::publish(std::move(made), "channel_t")));
