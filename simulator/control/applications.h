@@ -3,6 +3,7 @@
 #include <CoreGraphics/CGGeometry.h>
 
 #include <sys/types.h>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -25,6 +26,12 @@ enum class told_name_e { registered, cut, none };
 pid_t launch_application(const std::string& process_name, told_name_e told);
 // Ends it with its windows and whatever else it shows.
 void quit_application(pid_t application);
+// From now on it answers no call for Accessibility: whoever asks it waits until it wakes or quits,
+// at most for the time-out. What was asked of it meanwhile is not done.
+void hang_application(pid_t application);
+void wake_application(pid_t application);
+// The time-out where the program sets none. Six seconds at the start.
+void set_usual_messaging_timeout(std::chrono::milliseconds timeout);
 std::optional<std::string> application_name(pid_t application);
 // The one started first of those with that name.
 std::optional<pid_t> application_named(const std::string& process_name);
@@ -33,7 +40,8 @@ struct window_options_t {
     bool has_minimize_button = true;
     bool has_zoom_button = true;
     bool has_close_button = true;
-    bool presses_refused = false;  // of its buttons
+    bool presses_refused = false;     // of its buttons
+    bool presses_unanswered = false;  // done all the same
     bool minimized_settable = true;
     bool has_full_screen = true;  // the attribute, as windows that can be made full screen have it
     bool full_screen_settable = true;
@@ -54,10 +62,6 @@ void bring_to_front(element_id_t window);
 // Elements without a window: behind all windows, and in front of them.
 element_id_t show_background(pid_t application, CGRect frame);
 element_id_t show_menu_bar(pid_t application, CGRect frame);
-
-// The parts of an open window; 0 for one that it lacks or that is gone.
-enum class window_part_e { control, minimize_button, zoom_button, close_button };
-element_id_t part_of(element_id_t window, window_part_e part);
 
 // Takes an element away without its window; a window goes as with close_window.
 void vanish(element_id_t element);

@@ -10,22 +10,30 @@
 // Displays as the desktop has them. There is none at the start. Any thread.
 namespace simulator {
 
-// What the registry keeps of a display under "IODisplayConnect".
+// By what the registry knows which display it has there; none: no such property.
+struct display_numbers_t {
+    std::optional<std::uint32_t> vendor;   // "DisplayVendorID"
+    std::optional<std::uint32_t> product;  // "DisplayProductID"
+};
+
+// What the registry keeps of a display: an entry "IODisplayConnect" for its connection, and below
+// that the display itself.
 struct display_service_t {
-    std::optional<std::uint32_t> vendor;     // "DisplayVendorID"; none: no such property
-    std::optional<std::uint32_t> product;    // "DisplayProductID"; none: no such property
+    display_numbers_t below;                 // of the display, as is usual
+    display_numbers_t entry;                 // of the entry
     std::optional<float> brightness = 0.5F;  // 0 to 1; none: no such parameter
     bool brightness_writable = true;
+    bool ready = true;  // false: being shut down, it can be read and not be written
 };
 
 struct display_t {
     std::string name;
     std::uint32_t vendor = 0;  // as Core Graphics gives them
     std::uint32_t model = 0;
-    std::optional<display_service_t> service;  // none: no entry in the registry
+    std::optional<display_service_t> service;  // none: no entry, as on newer processors
 };
 
-// A display whose entry in the registry carries the same numbers, as is usual.
+// A display that has the same numbers in the registry, below its entry.
 display_t usual_display(const std::string& name, std::uint32_t vendor, std::uint32_t model);
 
 // The first display that is connected becomes the main one. The registry lists services in the

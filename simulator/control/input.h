@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,8 +39,7 @@ struct device_description_t {
     bool ids_are_text = false;                  // the properties are strings instead of numbers
     usages_t pointer = mouse_pairs;
     usages_t keyboard{};
-    bool combined = false;             // both are one interface, with the pairs of both
-    std::uint32_t keyboard_type = 40;  // what Quartz reports for its key events
+    bool combined = false;  // both are one interface, with the pairs of both
 };
 
 device_id_t connect(const device_description_t& description);
@@ -57,7 +57,6 @@ void let_go(device_id_t device);
 void move(device_id_t device, double dx, double dy);
 // Moves the pointer to a place on the desktop; one report, even when it is there already.
 void move_to(device_id_t device, CGPoint place);
-CGPoint pointer_location();
 
 // Buttons as Quartz counts them: 0 left, 1 right, 2 middle, 3 and 4 the side buttons.
 void press(device_id_t device, std::uint32_t button);
@@ -85,6 +84,11 @@ void press_key(device_id_t device, std::uint16_t key_code);
 void release_key(device_id_t device, std::uint16_t key_code);
 void repeat_key(device_id_t device, std::uint16_t key_code);
 
+// The hand is faster than the program: what `acts` lets it do, on the calling thread, comes without
+// waiting for answers. The HID values of all of it come first, then its events, which wait before
+// the taps together.
+void burst(const std::function<void()>& acts);
+
 enum class event_origin_e { hardware, posted };
 enum class event_outcome_e { under_way, delivered, swallowed };
 
@@ -99,7 +103,6 @@ struct event_record_t {
     std::int64_t button = 0;
     std::int64_t click_state = 0;
     std::int64_t key_code = 0;
-    std::int64_t keyboard_type = 0;
     std::int64_t source_pid = 0;
     scroll_fields_t scroll;
     std::uint32_t scroll_wheels = 0;  // of a posted scroll event: the wheel count given

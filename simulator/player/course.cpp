@@ -1,5 +1,6 @@
 #include "player/course.h"
 
+#include <algorithm>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -25,6 +26,15 @@ class course_t {
             const step_t* const next =
                 index + 1 < _run.steps.size() ? &_run.steps[index + 1] : nullptr;
             _check_device(step);
+            if (const auto* const burst = std::get_if<burst_t>(&step.deed)) {
+                std::for_each(burst->acts.begin(), burst->acts.end(),
+                              [this](const step_t& act) { _check_device(act); });
+            }
+            if (const auto* const hanging = std::get_if<hanging_t>(&step.deed);
+                hanging != nullptr && _scenario.applications.count(hanging->application) == 0) {
+                _fail(step, "\"application\" is \"" + hanging->application +
+                                "\", which the scenario does not have");
+            }
             if (const auto* const removal = std::get_if<removal_t>(&step.deed);
                 removal != nullptr && !std::exchange(_bundle, false)) {
                 _fail(step, "\"do\" needs the front application, which is not there");
@@ -49,7 +59,8 @@ class course_t {
         return std::holds_alternative<button_t>(step.deed) ||
                std::holds_alternative<wheel_t>(step.deed) ||
                std::holds_alternative<trackpad_t>(step.deed) ||
-               std::holds_alternative<key_t>(step.deed);
+               std::holds_alternative<key_t>(step.deed) ||
+               std::holds_alternative<burst_t>(step.deed);
     }
 
     void _check_device(const step_t& step) {

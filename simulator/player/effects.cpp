@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -15,11 +16,11 @@
 namespace simulator::player {
 namespace {
 
-std::string change_text(const char* what, float before, float after) {
+std::string change_text(const std::string& what, float before, float after) {
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%s %.2f → %.2f", what, static_cast<double>(before),
+    std::snprintf(text.data(), text.size(), " %.2f → %.2f", static_cast<double>(before),
                   static_cast<double>(after));
-    return text.data();
+    return what + text.data();
 }
 
 // What a request means to the one who looks at the window.
@@ -58,14 +59,18 @@ std::string pointer_text(const event_record_t& event) {
 
 effects_t::effects_t(std::filesystem::path commands) : _commands(std::move(commands)) {}
 
-void effects_t::plug_in() {
+void effects_t::plug_in(const std::vector<display_t>& displays, std::size_t main_display) {
     output_device_t speaker;
     speaker.name = "Loudspeaker";
     _volume = speaker.volume.value_or(0);
     connect_output(speaker);
-    const display_t screen = usual_display("Screen", 0x0610, 0xA032);
-    _brightness = screen.service ? screen.service->brightness.value_or(0) : 0;
-    connect_display(screen);
+    for (const display_t& display : displays) {
+        const float brightness = display.service ? display.service->brightness.value_or(0) : 0;
+        _displays[connect_display(display)] = {display.name, brightness};
+    }
+    if (!displays.empty()) {
+        make_main_display(std::next(_displays.begin(), main_display)->first);
+    }
 }
 
 std::vector<std::string> effects_t::take() {
@@ -105,8 +110,10 @@ void effects_t::_take_sound(std::vector<std::string>& texts) {
 void effects_t::_take_brightness(std::vector<std::string>& texts) {
     const std::vector<brightness_write_t> all = brightness_writes();
     for (; _brightness_seen < all.size(); ++_brightness_seen) {
-        texts.push_back(change_text("brightness", _brightness, all[_brightness_seen].value));
-        _brightness = all[_brightness_seen].value;
+        const brightness_write_t& write = all[_brightness_seen];
+        auto& [name, brightness] = _displays.at(write.display);
+        texts.push_back(change_text("brightness of " + name, brightness, write.value));
+        brightness = write.value;
     }
 }
 

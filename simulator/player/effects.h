@@ -2,8 +2,11 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
+
+#include "control/displays.h"
 
 namespace simulator::player {
 
@@ -15,8 +18,8 @@ class effects_t {
     // `osascript` append what they were called with; it need not exist yet.
     explicit effects_t(std::filesystem::path commands);
 
-    // Gives the desktop a loudspeaker and a screen, both half way up.
-    void plug_in();
+    // Gives the desktop a loudspeaker, half way up, and the displays, of which one is the main one.
+    void plug_in(const std::vector<display_t>& displays, std::size_t main_display);
 
     // What has come since the last call, each kind in its own order.
     std::vector<std::string> take();
@@ -31,7 +34,11 @@ class effects_t {
 
     std::filesystem::path _commands;
     float _volume = 0;
-    float _brightness = 0;
+    struct shown_t {
+        std::string name;
+        float brightness = 0;  // when last looked at
+    };
+    std::map<CGDirectDisplayID, shown_t> _displays;
     std::size_t _windows_seen = 0;
     std::size_t _sound_seen = 0;
     std::size_t _brightness_seen = 0;

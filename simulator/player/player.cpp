@@ -69,7 +69,8 @@ void player_t::prepare() {
         tell("desktop", "lets the first calls of " + function + " fail: " + std::to_string(times));
         fail_next(function, times);
     }
-    _effects_source.plug_in();
+    _effects_source.plug_in(_run.displays, _run.main_display);
+    set_usual_messaging_timeout(_scenario.messaging_timeout);
     _log_begin = file_text(log_file(_home)).size();
     _log_read = _log_begin;
 }
@@ -137,11 +138,7 @@ bool player_t::_wait_until(const std::function<bool()>& condition) const {
 void player_t::_play_step(const step_t& step) {
     _report(report_begun);
     std::this_thread::sleep_for(step.after);
-    if (!step.over.empty() && !std::holds_alternative<move_t>(step.deed)) {
-        step_t there = step;
-        there.deed = move_t{};
-        _do(there);
-    }
+    _move_there(step);
     const std::size_t first_event = events().size();
     _do(step);
     if (std::exchange(_holding, std::holds_alternative<hold_t>(step.deed))) {
@@ -155,6 +152,14 @@ void player_t::_play_step(const step_t& step) {
         _unmet(step.where, "the desktop does not come to rest");
     }
     _check(step, first_event);
+}
+
+void player_t::_move_there(const step_t& step) {
+    if (!step.over.empty() && !std::holds_alternative<move_t>(step.deed)) {
+        step_t there = step;
+        there.deed = move_t{};
+        _do(there);
+    }
 }
 
 void player_t::_do(const step_t& step) {
@@ -245,6 +250,27 @@ void player_t::_do(const step_t& step) {
                                break;
                        }
                    },
+                   [&](const hanging_t& hanging) {
+                       const auto& [process, window, frame] =
+                           _scenario.applications.at(hanging.application);
+                       const pid_t application = application_named(process).value_or(0);
+                       if (hanging.hangs) {
+                           tell("desktop", process + " hangs");
+                           hang_application(application);
+                       } else {
+                           tell("desktop", process + " answers again");
+                           wake_application(application);
+                       }
+                   },
+                   [&](const burst_t& all) {
+                       tell("hand", "is faster than the daemon");
+                       burst([&] {
+                           for (const step_t& act : all.acts) {
+                               _move_there(act);
+                               _do(act);
+                           }
+                       });
+                   },
                    [&](const hold_t&) {
                        tell("desktop", "lets the daemon's next answer come too late");
                        hold_next_tap_callback();
@@ -307,7 +333,8 @@ void player_t::_check(const step_t& step, std::size_t first_event) {
 }
 
 void player_t::_check_events(const step_t& step, std::size_t first_event) {
-    if (!step.expect.event) {
+    const std::vector<event_outcome_e>& expected = step.expect.events;
+    if (expected.empty()) {
         return;
     }
     const std::vector<event_record_t> all = events();
@@ -316,17 +343,20 @@ void player_t::_check_events(const step_t& step, std::size_t first_event) {
         if (all[index].origin != event_origin_e::hardware) {
             continue;
         }
+        const auto outcome = expected[caused % expected.size()];
         ++caused;
-        if (all[index].outcome != *step.expect.event) {
-            _unmet(step.where,
-                   event_text(all[index]) + " " + outcome_text(all[index]) +
-                       "; expected it to be " +
-                       (*step.expect.event == event_outcome_e::swallowed ? "taken by the daemon"
-                                                                         : "delivered"));
+        if (all[index].outcome != outcome) {
+            _unmet(
+                step.where,
+                event_text(all[index]) + " " + outcome_text(all[index]) + "; expected it to be " +
+                    (outcome == event_outcome_e::swallowed ? "taken by the daemon" : "delivered"));
         }
     }
     if (caused == 0) {
         _unmet(step.where, "\"event\" is expected, but the step causes none");
+    } else if (expected.size() > 1 && caused != expected.size()) {
+        _unmet(step.where, "the step causes " + std::to_string(caused) + " events; expected " +
+                               std::to_string(expected.size()));
     }
 }
 

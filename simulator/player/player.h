@@ -43,6 +43,7 @@ class player_t {
     // Waits until the daemon runs its run loop, or waits for the user itself. False: it has ended.
     bool _wait_for_daemon() const;
     void _play_step(const step_t& step);
+    void _move_there(const step_t& step);  // over the application of the step, if it has one
     void _do(const step_t& step);
     void _check(const step_t& step, std::size_t first_event);
     void _check_events(const step_t& step, std::size_t first_event);

@@ -179,6 +179,17 @@ const std::map<std::string, verb_t>& verbs() {
           [](object_reader_t&, const std::string&) -> deed_t {
               return removal_t{removal_e::moved};
           }}},
+        {"hang application",
+         {false,
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              return hanging_t{reader.text("application"), true};
+          }}},
+        {"wake application",
+         {false,
+          [](object_reader_t& reader, const std::string&) -> deed_t {
+              return hanging_t{reader.text("application"), false};
+          }}},
+        {"burst", {false, nullptr}},
         {"hold daemon",
          {false, [](object_reader_t&, const std::string&) -> deed_t { return hold_t{}; }}},
         {"look", {false, [](object_reader_t&, const std::string&) -> deed_t { return look_t{}; }}},
@@ -198,10 +209,15 @@ const std::map<std::string, verb_t>& verbs() {
 expectation_t read_expectation(const json_t& json, const std::string& where) {
     object_reader_t reader(json, where + ", \"expect\"");
     expectation_t expect;
-    if (reader.find("event") != nullptr) {
-        expect.event = reader.one_of<event_outcome_e>(
-            "event", reader.text("event"),
-            {{"delivered", event_outcome_e::delivered}, {"swallowed", event_outcome_e::swallowed}});
+    if (const json_t* const event = reader.find("event"); event != nullptr) {
+        const auto texts =
+            event->is_array() ? reader.texts("event") : std::vector{reader.text("event")};
+        for (const std::string& text : texts) {
+            expect.events.push_back(
+                reader.one_of<event_outcome_e>("event", text,
+                                               {{"delivered", event_outcome_e::delivered},
+                                                {"swallowed", event_outcome_e::swallowed}}));
+        }
     }
     if (reader.find("keys") != nullptr) {
         expect.keys = reader.texts("keys");
@@ -219,10 +235,31 @@ expectation_t read_expectation(const json_t& json, const std::string& where) {
     return expect;
 }
 
-step_t read_step(const json_t& json, const std::string& where, const scenario_t& scenario) {
-    object_reader_t reader(json, where);
+// Reads what is done, with what and where, from an object that may hold more.
+step_t read_deed(object_reader_t& reader, const scenario_t& scenario);
+
+burst_t read_burst(object_reader_t& reader, const scenario_t& scenario) {
+    const json_t& acts = reader.need("acts");
+    if (!acts.is_array() || acts.empty()) {
+        reader.fail("\"acts\" must be a list with at least one act");
+    }
+    burst_t burst;
+    for (const json_t& act : acts) {
+        object_reader_t inner(act,
+                              reader.where() + ", act " + std::to_string(burst.acts.size() + 1));
+        burst.acts.push_back(read_deed(inner, scenario));
+        const step_t& read = burst.acts.back();
+        if (read.device.empty() || std::holds_alternative<connection_t>(read.deed)) {
+            inner.fail("\"do\" is \"" + inner.text("do") + "\", which is no act of the hand");
+        }
+        inner.finish();
+    }
+    return burst;
+}
+
+step_t read_deed(object_reader_t& reader, const scenario_t& scenario) {
     step_t step;
-    step.where = where;
+    step.where = reader.where();
     const std::string verb_name = reader.text("do");
     const verb_t verb = reader.one_of("do", verb_name, verbs());
     if (verb.needs_device) {
@@ -235,13 +272,67 @@ step_t read_step(const json_t& json, const std::string& where, const scenario_t&
             reader.fail("\"over\" is \"" + step.over + "\", which the scenario does not have");
         }
     }
+    step.deed = verb.read ? verb.read(reader, verb_name) : read_burst(reader, scenario);
+    return step;
+}
+
+step_t read_step(const json_t& json, const std::string& where, const scenario_t& scenario) {
+    object_reader_t reader(json, where);
+    step_t step = read_deed(reader, scenario);
     step.after = std::chrono::milliseconds(reader.integer("after_ms", 0, 60000, 0));
-    step.deed = verb.read(reader, verb_name);
     if (const json_t* const expect = reader.find("expect"); expect != nullptr) {
         step.expect = read_expectation(*expect, where);
     }
     reader.finish();
     return step;
+}
+
+enum class numbers_e { below, entry, none };
+
+display_t read_display(object_reader_t& reader) {
+    constexpr std::int64_t most = 0xFFFFFFFF;
+    const auto vendor = static_cast<std::uint32_t>(reader.integer("vendor", 0, most));
+    const auto product = static_cast<std::uint32_t>(reader.integer("product", 0, most));
+    display_t display = usual_display(reader.text("name"), vendor, product);
+    switch (reader.one_of<numbers_e>("numbers", reader.text("numbers", "below"),
+                                     {{"below", numbers_e::below},
+                                      {"on entry", numbers_e::entry},
+                                      {"no entry", numbers_e::none}})) {
+        case numbers_e::below:
+            break;
+        case numbers_e::entry:
+            std::swap(display.service->entry, display.service->below);
+            break;
+        case numbers_e::none:
+            display.service.reset();
+            break;
+    }
+    return display;
+}
+
+// One screen where nothing is said.
+void read_displays(object_reader_t& reader, run_t& run) {
+    const json_t* const displays = reader.find("displays");
+    if (displays == nullptr) {
+        run.displays = {usual_display("Screen", 0x0610, 0xA032)};
+        return;
+    }
+    if (!displays->is_array()) {
+        reader.fail("\"displays\" must be a list");
+    }
+    bool has_main = false;
+    for (const json_t& display : *displays) {
+        const std::size_t index = run.displays.size();
+        object_reader_t inner(display, reader.where() + ", display " + std::to_string(index + 1));
+        run.displays.push_back(read_display(inner));
+        if (inner.boolean("main", false)) {
+            if (std::exchange(has_main, true)) {
+                inner.fail("\"main\" is another display already");
+            }
+            run.main_display = index;
+        }
+        inner.finish();
+    }
 }
 
 // Reads the keys of a run from an object that may hold more (a scenario of one run is its own run).
@@ -266,6 +357,7 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
              {"false", front_application_e::nothing},
              {"file", front_application_e::plain_file}});
     }
+    read_displays(reader, run);
     if (const json_t* const calls = reader.find("failing_calls"); calls != nullptr) {
         object_reader_t inner(*calls, reader.where() + ", \"failing_calls\"");
         for (const char* const name : {"CGEventTapCreate", "IOHIDManagerCreate"}) {
@@ -355,6 +447,8 @@ scenario_t read_scenario(const std::filesystem::path& file) {
         scenario.settings = settings_text(reader, *settings);
     }
     scenario.system_support_folder = reader.boolean("system_support_folder", false);
+    scenario.messaging_timeout =
+        std::chrono::milliseconds(reader.integer("messaging_timeout_ms", 1, 60000, 6000));
     read_named(reader, "devices", [&](const auto& name, const json_t& value, const auto& where) {
         scenario.devices[name] = read_device(value, where);
         if (scenario.devices[name].name.empty()) {

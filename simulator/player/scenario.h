@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "control/applications.h"
+#include "control/displays.h"
 #include "control/input.h"
 #include "control/permissions.h"
 
@@ -25,7 +26,7 @@ struct application_t {
 
 // What must be true within the patience of the player once a step has been done.
 struct expectation_t {
-    std::optional<event_outcome_e> event;             // of every event that the step's hand caused
+    std::vector<event_outcome_e> events;  // of those that the step's hand caused; one: of all
     std::optional<std::vector<std::string>> keys;     // posted by the daemon since the step before
     std::optional<std::vector<std::string>> effects;  // on the desktop since the step before
     std::optional<std::string> active_model;
@@ -64,6 +65,14 @@ enum class removal_e { deleted, renamed, moved };
 struct removal_t {
     removal_e how = removal_e::deleted;
 };
+struct hanging_t {
+    std::string application;
+    bool hangs = true;
+};
+struct step_t;
+struct burst_t {
+    std::vector<step_t> acts;  // of the hand, which are no more than a device, a place and a deed
+};
 struct hold_t {};  // the next answer of the daemon to an event comes too late
 struct look_t {};  // the hand does nothing; for a step that only expects
 struct stop_t {
@@ -72,7 +81,8 @@ struct stop_t {
 struct exit_t {};  // the daemon ends by itself; nothing can follow
 
 using deed_t = std::variant<move_t, button_t, wheel_t, trackpad_t, key_t, connection_t, settings_t,
-                            permission_change_t, removal_t, hold_t, look_t, stop_t, exit_t>;
+                            permission_change_t, removal_t, hanging_t, burst_t, hold_t, look_t,
+                            stop_t, exit_t>;
 
 struct step_t {
     std::string where;   // for messages: "step 3"
@@ -91,6 +101,8 @@ struct run_t {
     // None, for Input Monitoring alone: the daemon's first opening asks the user, and waits.
     std::map<permission_e, std::optional<bool>> permissions;
     front_application_e front_application = front_application_e::bundle;
+    std::vector<display_t> displays;
+    std::size_t main_display = 0;                      // of them
     std::map<std::string, std::size_t> failing_calls;  // the first calls of these functions fail
     std::vector<step_t> steps;
     int exit_code = 1;
@@ -106,7 +118,8 @@ struct scenario_t {
     std::optional<std::string> settings;  // the text of the settings file at the start
     std::map<std::string, device_description_t> devices;
     std::map<std::string, application_t> applications;
-    bool system_support_folder = false;  // exists at the start
+    bool system_support_folder = false;              // exists at the start
+    std::chrono::milliseconds messaging_timeout{0};  // where the daemon sets none
     std::vector<run_t> runs;
 };
 

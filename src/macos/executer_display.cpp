@@ -1,6 +1,7 @@
 #include "macos/executer_display.h"
 
 #include <ApplicationServices/ApplicationServices.h>
+#include <IOKit/IOKitKeys.h>
 #include <IOKit/graphics/IOGraphicsLib.h>
 
 #include <cstdint>
@@ -11,10 +12,16 @@
 
 namespace {
 
-// A number of a service in the registry; 0 when it has none of that name.
-std::uint32_t registry_number(io_service_t service, CFStringRef name) {
-    const auto value = cpf_t<CFTypeRef>::adopt(
+// One of the two numbers that say which display a service is for; 0 when they cannot be found. The
+// service stands for the connection and has them in some cases only. The display that is connected
+// has its own entry below and always has them there.
+std::uint32_t display_number(io_service_t service, CFStringRef name) {
+    auto value = cpf_t<CFTypeRef>::adopt(
         IORegistryEntryCreateCFProperty(service, name, kCFAllocatorDefault, 0));
+    if (!value) {
+        value = cpf_t<CFTypeRef>::adopt(IORegistryEntrySearchCFProperty(
+            service, kIOServicePlane, name, kCFAllocatorDefault, kIORegistryIterateRecursively));
+    }
     std::int32_t number = 0;
     if (value && CFGetTypeID(value.get()) == CFNumberGetTypeID()) {
         CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberSInt32Type, &number);
@@ -45,9 +52,9 @@ io_service_t service_for_display(unsigned int display) {
     const std::uint32_t model = CGDisplayModelNumber(display);
     while (auto service = io_handle_t::adopt(IOIteratorNext(services.get()))) {
         const std::uint32_t service_vendor =
-            registry_number(service.get(), CFSTR("DisplayVendorID"));
+            display_number(service.get(), CFSTR("DisplayVendorID"));
         const std::uint32_t service_model =
-            registry_number(service.get(), CFSTR("DisplayProductID"));
+            display_number(service.get(), CFSTR("DisplayProductID"));
         if (service_vendor == vendor && service_model == model) {
             return service.release();
         }

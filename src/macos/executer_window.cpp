@@ -4,6 +4,7 @@
 
 #include "common/log/log.h"
 #include "macos/executer_pointer.h"
+#include "macos/hit_test.h"
 
 namespace {
 
@@ -19,8 +20,18 @@ cpf_t<ref_t> copy_attribute(AXUIElementRef element, CFStringRef name, CFTypeID t
     return cpf_t<ref_t>::adopt(static_cast<ref_t>(value.release()));
 }
 
+// The process's time-out is short while a tap callback makes its hit test. An object that has one
+// of its own does not go by that.
+void keep_patience(const cpf_t<AXUIElementRef>& element) {
+    AXUIElementSetMessagingTimeout(element.get(), platform_patience.count());
+}
+
 cpf_t<AXUIElementRef> copy_element(AXUIElementRef element, CFStringRef name) {
-    return copy_attribute<AXUIElementRef>(element, name, AXUIElementGetTypeID());
+    auto found = copy_attribute<AXUIElementRef>(element, name, AXUIElementGetTypeID());
+    if (found) {
+        keep_patience(found);
+    }
+    return found;
 }
 
 bool is_window(const cpf_t<AXUIElementRef>& element) {
@@ -75,17 +86,11 @@ cpf_t<AXUIElementRef> window_under_cursor() {
     if (!location) {
         return {};
     }
-    const auto everything = cpf_t<AXUIElementRef>::adopt(AXUIElementCreateSystemWide());
-    if (!everything) {
+    auto element = element_at(*location);
+    if (!element) {
         return {};
     }
-    cpf_t<AXUIElementRef> element;
-    if (AXUIElementCopyElementAtPosition(everything.get(), static_cast<float>(location->x),
-                                         static_cast<float>(location->y),
-                                         element.out()) != kAXErrorSuccess ||
-        !element) {
-        return {};
-    }
+    keep_patience(element);
     if (auto window = copy_element(element.get(), CFSTR("AXWindow"))) {
         return window;
     }

@@ -23,8 +23,9 @@ std::unique_ptr<mac_impl_t> capture_for(hook_manager_t& owner) {
         capture->setup_event_tap_keyboard();
     } catch (...) {
         // The daemon ends now and never runs its run loop again, so what the system has handed out
-        // so far stays as it is and goes with the process. Its callbacks still know this object
-        // though: while any of it stands, so does the object, cut off from its owner.
+        // so far is not taken back and goes with the process; a tap is only disabled. The callbacks
+        // still know this object though: while any of it stands, so does the object, cut off from
+        // its owner.
         capture->abandon();
         if (capture->can_be_called_back()) {
             static_cast<void>(capture.release());

@@ -12,7 +12,9 @@ void remove_tap(cpf_t<CFMachPortRef>& tap, cpf_t<CFRunLoopSourceRef>& source) {
     if (tap) {
         CFMachPortInvalidate(tap.get());
     }
-    // A message that was already under way is taken off the run loop before its port goes.
+    // One pass of the run loop without waiting. What still waits for this tap goes with its port;
+    // what may call back here is one other source that has something, be it the other tap, the HID
+    // manager or the quit timer. All that they use still stands.
     CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true);
     source.reset();
     tap.reset();
@@ -43,6 +45,11 @@ mac_impl_t::~mac_impl_t() {
 void mac_impl_t::abandon() {
     owner = nullptr;
     devices.clear();
+    for (const auto* const tap : {&mouse_tap, &keyboard_tap}) {
+        if (*tap) {
+            CGEventTapEnable(tap->get(), false);
+        }
+    }
 }
 
 bool mac_impl_t::can_be_called_back() const {

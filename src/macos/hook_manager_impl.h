@@ -39,7 +39,8 @@ struct mac_impl_t {
     void setup_event_tap();
     void setup_event_tap_keyboard();
 
-    // Cuts the capture off from its owner: from now on every event passes through.
+    // Cuts the capture off from its owner and disables its taps: nobody will answer them any more,
+    // and every event would wait for that.
     void abandon();
     // Whether the system still holds this object's address.
     [[nodiscard]] bool can_be_called_back() const;
@@ -75,7 +76,8 @@ struct mac_impl_t {
 };
 
 // The process that the event goes to: the one named in the event, else the one that owns the
-// interface element under the event's location; none when neither is known.
+// interface element under the event's location; none when neither is known, or when the application
+// there does not answer at once. Only the thread of the tap callbacks.
 std::optional<pid_t> pid_from_event(CGEventRef event);
 
 // The process's short name as the kernel keeps it, up to ".app"; none when there is no name.

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "common/log/log.h"
+#include "macos/hit_test.h"
 #include "macos/hook_manager.h"
 #include "macos/hook_manager_decisions.h"
 #include "macos/hook_manager_impl.h"
@@ -183,16 +184,8 @@ std::optional<pid_t> pid_from_event(CGEventRef event) {
     if (target >= 1) {
         return target;
     }
-    const CGPoint location = CGEventGetLocation(event);
-    const auto system_wide = cpf_t<AXUIElementRef>::adopt(AXUIElementCreateSystemWide());
-    if (!system_wide) {
-        return std::nullopt;
-    }
-    cpf_t<AXUIElementRef> element;
-    const AXError error =
-        AXUIElementCopyElementAtPosition(system_wide.get(), static_cast<float>(location.x),
-                                         static_cast<float>(location.y), element.out());
-    if (error != kAXErrorSuccess || !element) {
+    const auto element = element_at_in_callback(CGEventGetLocation(event));
+    if (!element) {
         return std::nullopt;
     }
     // On failure the process stays 0.

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <iterator>
+#include <semaphore>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "control/applications.h"
@@ -12,6 +15,8 @@
 #include "control/input.h"
 #include "control/objects.h"
 #include "control/permissions.h"
+#include "macos/hit_test.h"
+#include "support/fail_call.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -101,6 +106,7 @@ TEST_F(executer_window_test, a_window_that_lacks_or_refuses_something) {
         {maximizing, {.has_zoom_button = false, .sets_refused = true}, {set_full_screen}, false},
         {closing, {.has_close_button = false}, {}, false},
         {closing, {.presses_refused = true}, closed, false},
+        {closing, {.presses_unanswered = true}, closed, false},
     };
     const auto behind = open();
     for (std::size_t i = 0; i < std::size(cases); ++i) {
@@ -137,26 +143,54 @@ TEST_F(executer_window_test, without_a_window_or_the_permission_every_action_say
     expect(minimizing, true, {set_minimized});
 }
 
-// Lets the named call fail when it is made for the `which`th time from now, from 1.
-void fail_call(const std::string& function, int which) {
-    simulator::before_next_call(function, [function, which] {
-        if (which == 1) {
-            simulator::fail_next(function);
-        } else {
-            fail_call(function, which - 1);
-        }
+TEST_F(executer_window_test, a_window_action_keeps_its_patience_while_a_callback_has_less) {
+    using namespace std::chrono_literals;
+    std::thread hand;
+    const auto wake_after = [&](std::chrono::milliseconds time) {
+        hand = std::thread([=, this] {
+            std::this_thread::sleep_for(time);
+            simulator::wake_application(application);
+        });
+    };
+    // The callback's hit test has begun when the action's begins; the action asks again.
+    const std::string at_position = "AXUIElementCopyElementAtPosition";
+    std::binary_semaphore begun(0);
+    std::thread callback;
+    simulator::before_next_call(at_position, [&] {
+        callback = std::thread([] { EXPECT_FALSE(element_at_in_callback({120, 80})); });
+        begun.acquire();
     });
+    simulator::before_next_call(at_position, [&] { begun.release(); });
+    simulator::before_next_call(at_position, [&] { wake_after(2 * 250ms); });
+    open();
+    simulator::hang_application(application);
+    expect(minimizing, true, {set_minimized});
+    callback.join();
+    hand.join();
+
+    // What it has found is waited for as long, whatever the time-out of the process is.
+    const auto everything = cpf_t<AXUIElementRef>::adopt(AXUIElementCreateSystemWide());
+    for (const auto* const call : {"AXUIElementCopyAttributeValue",
+                                   "AXUIElementIsAttributeSettable", "AXUIElementPerformAction"}) {
+        SCOPED_TRACE(call);
+        open({.minimized_settable = false});
+        simulator::before_next_call(call, [&] {
+            AXUIElementSetMessagingTimeout(everything.get(), 0.01F);
+            simulator::hang_application(application);
+            wake_after(200ms);
+        });
+        minimize_window_under_cursor();
+        hand.join();
+        EXPECT_EQ(simulator::window_requests().back().request, "pressed AXMinimizeButton");
+        AXUIElementSetMessagingTimeout(everything.get(), 0);
+    }
+    EXPECT_EQ(log.count(minimizing.fails), 0U);
 }
 
 TEST_F(executer_window_test, a_call_that_fails_costs_one_action_at_most) {
     const std::string copy = "AXUIElementCopyAttributeValue";
-    const std::string settable = "AXUIElementIsAttributeSettable";
-    const std::string set = "AXUIElementSetAttributeValue";
-    const std::string press = "AXUIElementPerformAction";
     const options_t usual;
     const options_t walked{.control_knows_window = false};
-    const options_t no_zoom{.has_zoom_button = false};
-    const options_t only_button{.minimized_settable = false};
     const struct {
         const window_action_t& action;
         options_t options;
@@ -165,32 +199,25 @@ TEST_F(executer_window_test, a_call_that_fails_costs_one_action_at_most) {
         int which;
         bool works;
     } cases[] = {
-        {closing, usual, "CGEventCreate", {}, 0, false},
-        {closing, usual, "AXUIElementCreateSystemWide", {}, 0, false},
+        {closing, usual, "CGEventCreate", {}, 1, false},
+        {closing, usual, "AXUIElementCreateSystemWide", {}, 1, false},
         {closing, usual, "AXUIElementCopyElementAtPosition", {}, 1, false},
         {closing, usual, copy, closed, 1, true},   // AXWindow: it is walked to
         {closing, walked, copy, closed, 2, true},  // AXRole of the control
         {closing, walked, copy, {}, 3, false},     // AXParent of the control
         {closing, walked, copy, {}, 4, false},     // AXRole of the window
         {closing, usual, copy, {}, 2, false},      // AXCloseButton
-        {closing, usual, press, {}, 1, false},
-        {minimizing, usual, settable, {"pressed AXMinimizeButton"}, 1, true},
-        {minimizing, usual, set, {}, 1, false},
-        {minimizing, only_button, copy, {}, 2, false},  // AXMinimizeButton
-        {minimizing, only_button, press, {}, 1, false},
-        {maximizing, usual, copy, {set_full_screen}, 2, true},  // AXZoomButton
-        {maximizing, usual, press, {set_full_screen}, 1, true},
-        {maximizing, no_zoom, settable, {}, 1, false},
-        {maximizing, no_zoom, set, {}, 1, false},
+        {minimizing,
+         usual,
+         "AXUIElementIsAttributeSettable",
+         {"pressed AXMinimizeButton"},
+         1,
+         true},
     };
     for (const auto& [action, options, call, requests, which, works] : cases) {
         SCOPED_TRACE(action.begins + " " + call + " " + std::to_string(which));
         open(options);
-        if (which == 0) {
-            simulator::fail_next(call);
-        } else {
-            fail_call(call, which);
-        }
+        fail_call(call, which);
         expect(action, works, requests);
         open();
         expect(closing, true, closed);

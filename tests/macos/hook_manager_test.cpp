@@ -17,6 +17,7 @@
 
 #include "common/config/config.h"
 #include "control/applications.h"
+#include "control/calls.h"
 #include "control/desktop.h"
 #include "control/input.h"
 #include "control/objects.h"
@@ -280,6 +281,24 @@ TEST_F(hook_manager_test, a_key_of_the_mouse_is_its_button_and_makes_it_the_acti
     EXPECT_EQ(fates(), "dd") << "its values arrive and count for nothing";
     EXPECT_EQ(hook_manager_t::current_active_mouse.load(), qlx_device_e::valtor_pro);
     EXPECT_TRUE(log.wait_for("I Action cut"));
+    simulator::burst([this] {
+        simulator::press_key(mouse, side_1_key);
+        simulator::release_key(mouse, side_1_key);
+    });
+    let_it_happen();
+    EXPECT_EQ(fates(), "sd") << "two values that wait together arm the tap once";
+}
+
+TEST_F(hook_manager_test, over_an_application_that_hangs_the_default_binding_counts) {
+    start_in_use();
+    const pid_t mail = simulator::application_named("Mail").value();
+    simulator::hang_application(mail);
+    click(side_1);
+    simulator::wake_application(mail);
+    click(side_1);
+    EXPECT_EQ(fates(), "ssss");
+    EXPECT_EQ(simulator::taps_enabled(), 2U);
+    EXPECT_EQ(stop(), (lines_t{"I Action copy", "I Action cut"}));
 }
 
 TEST_F(hook_manager_test, a_key_of_the_daemon_s_own_passes_and_uses_up_the_arming) {
@@ -365,30 +384,47 @@ TEST_F(hook_manager_test, a_part_that_cannot_be_set_up_is_logged_and_the_rest_wo
     }
 }
 
-TEST_F(hook_manager_test, a_missing_permission_fails_the_construction) {
+TEST_F(hook_manager_test, what_is_missing_fails_the_construction_and_holds_no_event_up) {
+    using simulator::permission_e;
     stops_in_order = false;  // what the system had handed out goes with the process
+    simulator::set_tap_patience(std::chrono::seconds(30));
     const std::string not_open = "IOHIDManagerOpen failed";
     const std::string code = std::to_string(kIOReturnNotPermitted);
-    for (const auto& [permission, what, line] :
-         {std::tuple(simulator::permission_e::input_monitoring, not_open,
-                     "E " + not_open + ": " + code + ", Check the input system permissions"),
-          {simulator::permission_e::accessibility, tap_failure, "E " + tap_failure}}) {
+    const auto refuse_second_tap = [] {
+        simulator::after_next("CGEventTapCreate", [] { simulator::fail_next("CGEventTapCreate"); });
+    };
+    const std::tuple<std::function<void()>, std::string, lines_t> cases[] = {
+        {[] { simulator::revoke(permission_e::input_monitoring); },
+         not_open,
+         {"E " + not_open + ": " + code + ", Check the input system permissions"}},
+        {[] { simulator::revoke(permission_e::accessibility); }, tap_failure, {"E " + tap_failure}},
+        {refuse_second_tap, tap_failure, {}},
+    };
+    for (const auto& [refuse, what, lines] : cases) {
         log.forget();
-        simulator::revoke(permission);
+        refuse();
         try {
             const hook_manager_t failing;
             ADD_FAILURE() << what;
         } catch (const std::runtime_error& error) {
             EXPECT_EQ(error.what(), what);
         }
-        EXPECT_EQ(log.lines(), lines_t{line});
+        EXPECT_EQ(log.lines(), lines);
         EXPECT_EQ(hook_mng_access, nullptr);
-        simulator::grant(permission);
+        simulator::grant(permission_e::input_monitoring);
+        simulator::grant(permission_e::accessibility);
 
-        // What is left of the attempt stays quiet, whatever happens on the desktop.
+        // What is left of the attempt holds no event up, with nobody there to run the run loop.
+        simulator::press(mouse, side_1);
+        const auto delivered = [] {
+            const auto all = simulator::events();
+            return !all.empty() && all[0].outcome == event_outcome_e::delivered;
+        };
+        for (int ms = 0; ms < 10'000 && !delivered(); ++ms) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_EQ(fates(), "d");
         move_to(over_mail);
-        click(side_1);
-        EXPECT_EQ(fates(), "dd");
     }
     EXPECT_EQ(hook_manager_t::current_active_mouse.load(), qlx_device_e::not_a_device);
 }

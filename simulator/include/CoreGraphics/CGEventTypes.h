@@ -13,7 +13,6 @@ enum CGMouseButton : std::uint32_t {
 };
 
 enum CGScrollEventUnit : std::uint32_t {
-    kCGScrollEventUnitPixel = 0,
     kCGScrollEventUnitLine = 1,
 };
 
@@ -72,7 +71,6 @@ enum CGEventTapPlacement : std::uint32_t {
 
 enum CGEventTapOptions : std::uint32_t {
     kCGEventTapOptionDefault = 0,
-    kCGEventTapOptionListenOnly = 1,
 };
 
 enum CGEventSourceStateID : std::int32_t {

@@ -6,6 +6,7 @@
 enum AXError : SInt32 {
     kAXErrorSuccess = 0,
     kAXErrorFailure = -25200,               // no reason is given
+    kAXErrorIllegalArgument = -25201,       // a negative time-out
     kAXErrorInvalidUIElement = -25202,      // the element is gone
     kAXErrorCannotComplete = -25204,        // the application did not answer
     kAXErrorAttributeUnsupported = -25205,  // the element has no such attribute

@@ -6,7 +6,6 @@
 #include <HIServices/AXActionConstants.h>
 #include <HIServices/AXAttributeConstants.h>
 #include <HIServices/AXError.h>
-#include <HIServices/AXRoleConstants.h>
 
 // An element of a user interface that belongs, as a rule, to another process. A Core Foundation
 // object: Create and Copy calls hand over ownership. All functions: any thread.
@@ -25,6 +24,11 @@ AXError AXUIElementCopyElementAtPosition(AXUIElementRef application, float x, fl
 
 // The process that the element belongs to; does not ask that process.
 AXError AXUIElementGetPid(AXUIElementRef element, pid_t* pid);
+
+// How long calls wait for an answer: of the system-wide element, all calls of this process; of any
+// other, those with this very object. 0 stands for the platform's own patience, or for that of the
+// process.
+AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds);
 
 // These ask the element's process. Where they fail, what the last argument points to is untouched.
 AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,

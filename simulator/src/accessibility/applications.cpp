@@ -121,6 +121,11 @@ void screen_t::close(element_id_t id) {
     }
 }
 
+void screen_t::wake(pid_t application) {
+    hanging.erase(application);
+    woken.notify_all();
+}
+
 pid_t launch_application(const std::string& process_name) {
     const std::lock_guard lock(screen().mutex);
     return screen().add_application(process_name);
@@ -129,12 +134,29 @@ pid_t launch_application(const std::string& process_name) {
 void quit_application(pid_t application) {
     const std::lock_guard lock(screen().mutex);
     screen().applications.erase(application);
+    screen().wake(application);
     std::erase_if(screen().windows,
                   [&](const window_t& each) { return each.state.application == application; });
     std::erase_if(screen().elements,
                   [&](const auto& each) { return each.second.application == application; });
     forget(screen().menu_bars, screen().elements);
     forget(screen().backgrounds, screen().elements);
+}
+
+void hang_application(pid_t application) {
+    const std::lock_guard lock(screen().mutex);
+    screen().application_element(application);
+    screen().hanging.insert(application);
+}
+
+void wake_application(pid_t application) {
+    const std::lock_guard lock(screen().mutex);
+    screen().wake(application);
+}
+
+void set_usual_messaging_timeout(std::chrono::milliseconds timeout) {
+    const std::lock_guard lock(screen().mutex);
+    screen().usual_timeout = timeout;
 }
 
 std::optional<std::string> application_name(pid_t application) {
@@ -207,25 +229,6 @@ element_id_t show_background(pid_t application, CGRect frame) {
 
 element_id_t show_menu_bar(pid_t application, CGRect frame) {
     return show(application, frame, "AXMenuBar", &screen_t::menu_bars);
-}
-
-element_id_t part_of(element_id_t window, window_part_e part) {
-    const std::lock_guard lock(screen().mutex);
-    const window_t* const found = screen().window(window);
-    if (found == nullptr) {
-        return 0;
-    }
-    switch (part) {
-        case window_part_e::control:
-            return found->control;
-        case window_part_e::minimize_button:
-            return found->minimize_button;
-        case window_part_e::zoom_button:
-            return found->zoom_button;
-        case window_part_e::close_button:
-            return found->close_button;
-    }
-    return 0;
 }
 
 void vanish(element_id_t element) {

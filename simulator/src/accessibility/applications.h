@@ -1,7 +1,10 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string_view>
 
 #include "control/applications.h"
@@ -48,6 +51,9 @@ struct screen_t {
     std::vector<window_t> windows;  // the frontmost first
     std::vector<windowless_t> backgrounds;
     std::vector<window_request_t> requests;
+    std::set<pid_t> hanging;
+    std::condition_variable woken;  // or quit
+    std::chrono::milliseconds usual_timeout = std::chrono::seconds(6);
 
     pid_t add_application(const std::string& process_name);
     element_id_t add(element_t element);
@@ -56,6 +62,7 @@ struct screen_t {
     element_id_t frontmost_at(CGPoint place) const;  // 0: nothing is there
     window_t* window(element_id_t id);               // null when it has been closed
     void close(element_id_t window);
+    void wake(pid_t application);
 
   private:
     element_id_t _last_id = 0;

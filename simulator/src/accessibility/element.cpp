@@ -1,5 +1,7 @@
 #include <ApplicationServices/ApplicationServices.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -23,7 +25,14 @@ class element_reference_t final : public object_t {
 
     const element_id_t id;  // 0: the system-wide element
     const pid_t application;
+    mutable std::atomic<float> timeout{0.0F};  // in seconds; 0: the process's
 };
+
+// Of the system-wide element, whichever object stands for it; 0: the platform's own.
+std::atomic<float>& process_timeout() {
+    static std::atomic<float> timeout{0.0F};
+    return timeout;
+}
 
 AXUIElementRef hand_out(element_id_t id, pid_t application, const char* function) {
     return static_cast<AXUIElementRef>(
@@ -49,13 +58,33 @@ void expect_place(const void* result, const char* function) {
     }
 }
 
-// What every call goes through that asks an application.
-AXError reach_application(const char* function) {
+// What every call goes through that asks an application: the one of the element, or the one that is
+// frontmost at a place, if any is.
+template <typename application_t>
+AXError reach(AXUIElementRef element, application_t application, const char* function) {
     before_call(function);
     if (!granted(permission_e::accessibility)) {
         return kAXErrorAPIDisabled;
     }
-    return shall_fail(function) ? kAXErrorCannotComplete : kAXErrorSuccess;
+    if (shall_fail(function)) {
+        return kAXErrorCannotComplete;
+    }
+    float seconds = reference_of(element, function).timeout;
+    if (seconds == 0) {
+        seconds = process_timeout();
+    }
+    std::unique_lock lock(screen().mutex);
+    const std::chrono::duration<double> timeout =
+        seconds == 0 ? screen().usual_timeout : std::chrono::duration<double>(seconds);
+    const auto answers = [&] { return !screen().hanging.contains(application()); };
+    return screen().woken.wait_for(lock, timeout, answers) ? kAXErrorSuccess
+                                                           : kAXErrorCannotComplete;
+}
+
+AXError reach_application_of(AXUIElementRef element, const char* function) {
+    const pid_t application = reference_of(element, function).application;
+    return reach(
+        element, [application] { return application; }, function);
 }
 
 struct value_t {
@@ -154,6 +183,7 @@ AXError press(element_id_t id) {
     if (button == nullptr) {
         return kAXErrorActionUnsupported;
     }
+    const bool unanswered = window->options.presses_unanswered;
     record(*window, std::string("pressed ") + button, window->options.presses_refused);
     if (window->options.presses_refused) {
         return kAXErrorFailure;
@@ -165,7 +195,7 @@ AXError press(element_id_t id) {
     } else {
         screen().close(window->id);
     }
-    return kAXErrorSuccess;
+    return unanswered ? kAXErrorCannotComplete : kAXErrorSuccess;
 }
 
 }  // namespace
@@ -193,24 +223,39 @@ AXError AXUIElementGetPid(AXUIElementRef element, pid_t* pid) {
     return kAXErrorSuccess;
 }
 
+AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds) {
+    constexpr float longest = 3600;
+    const auto& reference = simulator::reference_of(element, __func__);
+    if (timeoutInSeconds < 0) {
+        return kAXErrorIllegalArgument;
+    }
+    if (!(timeoutInSeconds <= longest)) {
+        simulator::not_modelled(__func__, "more than an hour, or no number");
+    }
+    (reference.id == 0 ? simulator::process_timeout() : reference.timeout) = timeoutInSeconds;
+    return kAXErrorSuccess;
+}
+
 AXError AXUIElementCopyElementAtPosition(AXUIElementRef application, float x, float y,
                                          AXUIElementRef* element) {
+    const simulator::call_t call(__func__);
     simulator::expect_place(element, __func__);
     if (simulator::reference_of(application, __func__).id != 0) {
         simulator::not_modelled(__func__, "an element other than the system-wide one");
     }
-    if (const AXError error = simulator::reach_application(__func__); error != kAXErrorSuccess) {
-        return error;
-    }
     simulator::element_id_t there = 0;
     pid_t process = 0;
-    {
-        const std::lock_guard lock(simulator::screen().mutex);
+    const auto look = [&] {
         there = simulator::screen().frontmost_at({x, y});
-        if (there == 0) {
-            return kAXErrorNoValue;
-        }
-        process = simulator::screen().elements.at(there).application;
+        process = there != 0 ? simulator::screen().elements.at(there).application : 0;
+        return process;
+    };
+    if (const AXError error = simulator::reach(application, look, __func__);
+        error != kAXErrorSuccess) {
+        return error;
+    }
+    if (there == 0) {
+        return kAXErrorNoValue;
     }
     *element = simulator::hand_out(there, process, __func__);
     return kAXErrorSuccess;
@@ -218,10 +263,12 @@ AXError AXUIElementCopyElementAtPosition(AXUIElementRef application, float x, fl
 
 AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,
                                       CFTypeRef* value) {
+    const simulator::call_t call(__func__);
     simulator::expect_place(value, __func__);
     const simulator::element_id_t id = simulator::named_by(element, __func__);
     const std::string& name = object_of<simulator::string_t>(attribute, __func__).text;
-    if (const AXError error = simulator::reach_application(__func__); error != kAXErrorSuccess) {
+    if (const AXError error = simulator::reach_application_of(element, __func__);
+        error != kAXErrorSuccess) {
         return error;
     }
     const simulator::value_t found = simulator::value_of(id, name, __func__);
@@ -236,10 +283,12 @@ AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attrib
 
 AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef attribute,
                                        Boolean* settable) {
+    const simulator::call_t call(__func__);
     simulator::expect_place(settable, __func__);
     const simulator::element_id_t id = simulator::named_by(element, __func__);
     const std::string& name = object_of<simulator::string_t>(attribute, __func__).text;
-    if (const AXError error = simulator::reach_application(__func__); error != kAXErrorSuccess) {
+    if (const AXError error = simulator::reach_application_of(element, __func__);
+        error != kAXErrorSuccess) {
         return error;
     }
     const std::lock_guard lock(simulator::screen().mutex);
@@ -252,21 +301,25 @@ AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef attri
 
 AXError AXUIElementSetAttributeValue(AXUIElementRef element, CFStringRef attribute,
                                      CFTypeRef value) {
+    const simulator::call_t call(__func__);
     const simulator::element_id_t id = simulator::named_by(element, __func__);
     const std::string& name = object_of<simulator::string_t>(attribute, __func__).text;
     const bool truth = object_of<simulator::boolean_t>(value, __func__).value;
-    if (const AXError error = simulator::reach_application(__func__); error != kAXErrorSuccess) {
+    if (const AXError error = simulator::reach_application_of(element, __func__);
+        error != kAXErrorSuccess) {
         return error;
     }
     return simulator::set(id, name, truth, __func__);
 }
 
 AXError AXUIElementPerformAction(AXUIElementRef element, CFStringRef action) {
+    const simulator::call_t call(__func__);
     const simulator::element_id_t id = simulator::named_by(element, __func__);
     if (object_of<simulator::string_t>(action, __func__).text != "AXPress") {
         simulator::not_modelled(__func__, "an action other than AXPress");
     }
-    if (const AXError error = simulator::reach_application(__func__); error != kAXErrorSuccess) {
+    if (const AXError error = simulator::reach_application_of(element, __func__);
+        error != kAXErrorSuccess) {
         return error;
     }
     return simulator::press(id);

@@ -1,9 +1,11 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreGraphics/CGDisplayConfiguration.h>
+#include <IOKit/IOKitKeys.h>
 #include <IOKit/graphics/IOGraphicsLib.h>
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <mutex>
 #include <utility>
 
@@ -28,7 +30,6 @@ class connected_t final : public io_entry_t {
 
     const CGDirectDisplayID id;
     display_t state;  // but for its name, under the mutex
-    bool gone = false;
 };
 
 class iterator_t final : public io_entry_t {
@@ -86,6 +87,43 @@ std::shared_ptr<connected_t> service_with_parameter(io_service_t service, IOOpti
     return io_entry_of<connected_t>(service, function);
 }
 
+using numbers_t = display_numbers_t display_service_t::*;
+
+// The number of the first of the places that has it, for the caller to own; null where none has.
+CFTypeRef number_of(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef allocator,
+                    std::initializer_list<numbers_t> places, const char* function) {
+    expect_default_allocator(allocator, function);
+    const std::string& name = object_of<string_t>(key, function).text;
+    if (name != kDisplayVendorID && name != kDisplayProductID) {
+        not_modelled(function, "another property than a display's vendor and product");
+    }
+    const auto service = io_entry_of<connected_t>(entry, function);
+    if (shall_fail(function)) {
+        return nullptr;
+    }
+    const auto number =
+        name == kDisplayVendorID ? &display_numbers_t::vendor : &display_numbers_t::product;
+    const std::lock_guard lock(displays().mutex);
+    for (const numbers_t place : places) {
+        if (const auto value = (*service->state.service).*place.*number) {
+            // The registry's numbers of 32 bits come out signed.
+            return publish(std::make_unique<number_t>(static_cast<std::int32_t>(*value)), function);
+        }
+    }
+    return nullptr;
+}
+
+IOReturn answer_to_write(const connected_t& display, bool shall_fail) {
+    const display_service_t& known = *display.state.service;
+    if (!known.brightness) {
+        return kIOReturnUnsupported;
+    }
+    if (shall_fail || !known.ready) {
+        return kIOReturnNotReady;
+    }
+    return known.brightness_writable ? kIOReturnSuccess : kIOReturnError;
+}
+
 std::uint32_t identity(CGDirectDisplayID id, std::uint32_t display_t::*number,
                        const char* function) {
     const call_t call(function);
@@ -100,7 +138,9 @@ std::uint32_t identity(CGDirectDisplayID id, std::uint32_t display_t::*number,
 }  // namespace
 
 display_t usual_display(const std::string& name, std::uint32_t vendor, std::uint32_t model) {
-    return {name, vendor, model, display_service_t{vendor, model}};
+    display_service_t service;
+    service.below = {vendor, model};
+    return {name, vendor, model, service};
 }
 
 CGDirectDisplayID connect_display(const display_t& display) {
@@ -117,8 +157,12 @@ void disconnect_display(CGDirectDisplayID display) {
     const std::lock_guard lock(displays().mutex);
     expect_display(display, "disconnect_display");
     auto& connected = displays().connected;
-    find_display(display)->gone = true;
-    std::erase_if(connected, [&](const auto& one) { return one->gone; });
+    if (auto& service = find_display(display)->state.service) {
+        // What is below the entry goes first, and the entry when nobody holds it any more.
+        service->below = {};
+        service->brightness.reset();
+    }
+    std::erase_if(connected, [&](const auto& one) { return one->id == display; });
     if (displays().main == display) {
         displays().main = connected.empty() ? kCGNullDirectDisplay : connected.front()->id;
     }
@@ -234,21 +278,23 @@ CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef
                                           CFAllocatorRef allocator, IOOptionBits options) {
     constexpr auto function = "IORegistryEntryCreateCFProperty";
     const call_t call(function);
-    expect_default_allocator(allocator, function);
-    const std::string& name = object_of<string_t>(key, function).text;
-    if (options != 0 || (name != kDisplayVendorID && name != kDisplayProductID)) {
-        not_modelled(function, "options, or another property than a display's vendor and product");
+    if (options != 0) {
+        not_modelled(function, "options");
     }
-    const auto service = io_entry_of<connected_t>(entry, function);
-    if (shall_fail(function)) {
-        return nullptr;
+    return number_of(entry, key, allocator, {&display_service_t::entry}, function);
+}
+
+CFTypeRef IORegistryEntrySearchCFProperty(io_registry_entry_t entry, const io_name_t plane,
+                                          CFStringRef key, CFAllocatorRef allocator,
+                                          IOOptionBits options) {
+    constexpr auto function = "IORegistryEntrySearchCFProperty";
+    const call_t call(function);
+    if (plane == nullptr || std::string_view(plane) != kIOServicePlane ||
+        options != kIORegistryIterateRecursively) {
+        not_modelled(function, "other than all that is below in the service plane");
     }
-    const std::lock_guard lock(displays().mutex);
-    const display_service_t& known = *service->state.service;
-    const auto value = name == kDisplayVendorID ? known.vendor : known.product;
-    // The registry's numbers of 32 bits come out signed.
-    return value ? publish(std::make_unique<number_t>(static_cast<std::int32_t>(*value)), function)
-                 : nullptr;
+    return number_of(entry, key, allocator, {&display_service_t::entry, &display_service_t::below},
+                     function);
 }
 
 IOReturn IODisplayGetFloatParameter(io_service_t service, IOOptionBits options, CFStringRef name,
@@ -260,7 +306,7 @@ IOReturn IODisplayGetFloatParameter(io_service_t service, IOOptionBits options, 
         misuse(function, "there is no place for the value");
     }
     const std::lock_guard lock(displays().mutex);
-    if (shall_fail(function) || display->gone || !display->state.service->brightness) {
+    if (shall_fail(function) || !display->state.service->brightness) {
         return kIOReturnUnsupported;
     }
     *value = *display->state.service->brightness;
@@ -276,15 +322,12 @@ IOReturn IODisplaySetFloatParameter(io_service_t service, IOOptionBits options, 
         not_modelled(function, "a value that is not a number");
     }
     const std::lock_guard lock(displays().mutex);
-    display_service_t& known = *display->state.service;
-    const bool accepted =
-        !shall_fail(function) && !display->gone && known.brightness && known.brightness_writable;
-    displays().writes.push_back({display->id, value, accepted});
-    if (!accepted) {
-        return kIOReturnUnsupported;
+    const IOReturn result = answer_to_write(*display, shall_fail(function));
+    displays().writes.push_back({display->id, value, result == kIOReturnSuccess});
+    if (result == kIOReturnSuccess) {
+        display->state.service->brightness = std::clamp(value, 0.0F, 1.0F);
     }
-    known.brightness = std::clamp(value, 0.0F, 1.0F);
-    return kIOReturnSuccess;
+    return result;
 }
 
 }  // extern "C"

@@ -12,7 +12,7 @@
 namespace simulator {
 namespace {
 
-// The keyboard type of sources and events for which nobody says another.
+// The keyboard type of sources for which nobody says another.
 constexpr CGEventSourceKeyboardType default_keyboard_type = 40;
 
 class event_source_t final : public object_t {
@@ -135,7 +135,9 @@ CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtual
     event_values_t values =
         simulator::values_of_new_event(keyDown ? kCGEventKeyDown : kCGEventKeyUp);
     values.key_code = virtualKey;
-    values.keyboard_type = simulator::keyboard_type_of(source, __func__);
+    if (source != nullptr) {
+        object_of<event_source_t>(source, __func__);
+    }
     if (shall_fail(__func__)) {
         return nullptr;
     }

@@ -17,7 +17,6 @@ struct event_values_t {
     std::int64_t button = 0;
     std::int64_t click_state = 0;
     std::int64_t key_code = 0;
-    std::int64_t keyboard_type = 0;
     std::int64_t source_pid = 0;  // 0: the hardware's
     std::int64_t target_pid = 0;  // 0: not known before the event is delivered
     scroll_fields_t scroll;

@@ -27,6 +27,24 @@ bool settled() {
            all_called(hid_messages());
 }
 
+// The events of a burst; null when there is none. On the desktop's thread.
+std::vector<event_values_t>* gathered = nullptr;
+
+void send_all(const std::vector<event_values_t>& events) {
+    session_t& session = session_t::instance();
+    std::vector<std::uint64_t> numbers;
+    for (const event_values_t& event : events) {
+        numbers.push_back(session.arrived(event));
+    }
+    pass_taps(events, [&](std::size_t index, const std::optional<event_values_t>& passed) {
+        if (passed) {
+            session.deliver(numbers[index], *passed);
+        } else {
+            session.swallowed(numbers[index]);
+        }
+    });
+}
+
 }  // namespace
 
 event_server_t& event_server_t::instance() {
@@ -86,13 +104,19 @@ void event_server_t::_run() {
 }
 
 void send(const event_values_t& event) {
-    session_t& session = session_t::instance();
-    const std::uint64_t number = session.arrived(event);
-    if (const auto passed = pass_taps(event)) {
-        session.deliver(number, *passed);
+    if (gathered != nullptr) {
+        gathered->push_back(event);
     } else {
-        session.swallowed(number);
+        send_all({event});
     }
+}
+
+void send_together(const std::function<void()>& acts) {
+    std::vector<event_values_t> events;
+    gathered = &events;
+    acts();
+    gathered = nullptr;
+    send_all(events);
 }
 
 bool settle(run_loop_e run_loop, std::chrono::milliseconds at_most) {

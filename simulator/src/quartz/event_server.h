@@ -42,4 +42,8 @@ class event_server_t {
 // Sends an event of the hardware on its way: taps, session, application. On the desktop's thread.
 void send(const event_values_t& event);
 
+// Runs `acts`, and sends only then, all at once, the events that they send. On the desktop's
+// thread.
+void send_together(const std::function<void()>& acts);
+
 }  // namespace simulator

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core/permissions.h"
 #include "core_foundation/mach_port.h"
@@ -168,46 +169,79 @@ question_t::answer_t answer_of(tap_t& tap, const event_values_t& event) {
     return answer;
 }
 
-question_t::answer_t ask(const std::shared_ptr<tap_t>& tap, const event_values_t& event) {
-    taps_t& taps = taps_t::instance();
-    const auto question = std::make_shared<question_t>();
-    // A tap that goes away drops its messages: nobody waits for those.
-    std::shared_ptr<void> dropped(nullptr, [question, event](void*) { question->answer(event); });
-    tap->messages->post([&taps, tap, event, question, dropped] {
-        const auto answer = answer_of(*tap, event);
-        taps.hold.at_end_of_callback(taps.patience.load() * 10);
-        question->answer(answer);
-    });
-    dropped.reset();
-    if (const auto answer = question->wait_for_answer(taps.patience)) {
-        return *answer;
+// The way of one event through the taps.
+class passage_t {
+  public:
+    // Puts the event to the first of the taps that is to see it.
+    passage_t(std::vector<std::shared_ptr<tap_t>> taps, const event_values_t& event)
+        : _taps(std::move(taps)), _event(event) {
+        _ask_next();
     }
-    if (tap->enabled.exchange(false)) {
-        notify(tap, kCGEventTapDisabledByTimeout);
+
+    // Waits for each answer as long as the patience lasts.
+    question_t::answer_t result() {
+        while (_asked != nullptr) {
+            if (const auto answer = _question->wait_for_answer(taps_t::instance().patience)) {
+                if (!*answer) {
+                    return std::nullopt;
+                }
+                _event = **answer;
+            } else if (_asked->enabled.exchange(false)) {
+                notify(_asked, kCGEventTapDisabledByTimeout);
+            }
+            _ask_next();
+        }
+        return _event;
     }
-    return event;
-}
+
+  private:
+    void _ask_next() {
+        for (_asked = nullptr; _asked == nullptr && _next < _taps.size(); ++_next) {
+            const auto& tap = _taps[_next];
+            if ((tap->mask & CGEventMaskBit(_event.type)) == 0) {
+                continue;
+            }
+            if (tap->to_be_told.exchange(false)) {
+                notify(tap, kCGEventTapDisabledByUserInput);
+            }
+            if (tap->enabled) {
+                _asked = tap;
+                _ask();
+            }
+        }
+    }
+
+    void _ask() {
+        _question = std::make_shared<question_t>();
+        // A tap that goes away drops its messages: nobody waits for those.
+        const std::shared_ptr<void> dropped(
+            nullptr, [question = _question, event = _event](void*) { question->answer(event); });
+        _asked->messages->post([tap = _asked, event = _event, question = _question, dropped] {
+            const auto answer = answer_of(*tap, event);
+            taps_t& taps = taps_t::instance();
+            taps.hold.at_end_of_callback(taps.patience.load() * 10);
+            question->answer(answer);
+        });
+    }
+
+    std::vector<std::shared_ptr<tap_t>> _taps;
+    std::size_t _next = 0;
+    std::shared_ptr<tap_t> _asked;  // null: no tap is to see it any more
+    std::shared_ptr<question_t> _question;
+    event_values_t _event;
+};
 
 }  // namespace
 
-std::optional<event_values_t> pass_taps(event_values_t event) {
-    for (const auto& tap : taps_t::instance().all()) {
-        if ((tap->mask & CGEventMaskBit(event.type)) == 0) {
-            continue;
-        }
-        if (tap->to_be_told.exchange(false)) {
-            notify(tap, kCGEventTapDisabledByUserInput);
-        }
-        if (!tap->enabled) {
-            continue;
-        }
-        const auto answer = ask(tap, event);
-        if (!answer) {
-            return std::nullopt;
-        }
-        event = *answer;
+void pass_taps(const std::vector<event_values_t>& events,
+               const std::function<void(std::size_t, const std::optional<event_values_t>&)>& then) {
+    std::vector<passage_t> passages;
+    for (const event_values_t& event : events) {
+        passages.emplace_back(taps_t::instance().all(), event);
     }
-    return event;
+    for (std::size_t index = 0; index < passages.size(); ++index) {
+        then(index, passages[index].result());
+    }
 }
 
 std::vector<std::shared_ptr<message_source_t>> tap_messages() {
@@ -254,6 +288,7 @@ extern "C" {
 CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place,
                                CGEventTapOptions options, CGEventMask eventsOfInterest,
                                CGEventTapCallBack callback, void* userInfo) {
+    const simulator::call_t call(__func__);
     if (tap != kCGHIDEventTap) {
         not_modelled(__func__, "a location other than where the hardware's events enter");
     }

@@ -9,6 +9,7 @@
 #include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "core/failure.h"
 #include "hid/hid_manager.h"
@@ -29,7 +30,6 @@ using interface_t = std::shared_ptr<hid_interface_t>;
 struct plugged_in_t {
     interface_t pointer;   // null: it has none
     interface_t keyboard;  // null: it has none
-    std::uint32_t keyboard_type = 0;
 
     std::set<interface_t> interfaces() const {
         std::set<interface_t> all{pointer, keyboard};
@@ -67,8 +67,17 @@ interface_t pointer_of(device_id_t id, std::string_view function) {
     return pointer;
 }
 
+using acts_t = std::vector<std::function<void()>>;
+
+// What the thread's burst() consists of; null outside of one.
+thread_local acts_t* gathered = nullptr;
+
 void carry_out(std::function<void()> action) {
-    event_server_t::instance().carry_out(std::move(action));
+    if (gathered != nullptr) {
+        gathered->push_back(std::move(action));
+    } else {
+        event_server_t::instance().carry_out(std::move(action));
+    }
 }
 
 // What comes of a device that another program has seized reaches nobody else.
@@ -179,7 +188,6 @@ void type(device_id_t device, std::uint16_t key_code, key_e what, std::string_vi
                 what == key_e::up ? held_modifiers() & ~modifier : held_modifiers() | modifier;
         }
         event.key_code = key_code;
-        event.keyboard_type = known.keyboard_type;
         send_from_hand(event);
     });
 }
@@ -191,7 +199,6 @@ device_id_t connect(const device_description_t& description) {
         return pairs.empty() ? nullptr : std::make_shared<hid_interface_t>(description, pairs);
     };
     plugged_in_t device;
-    device.keyboard_type = description.keyboard_type;
     if (description.combined) {
         usages_t pairs = description.pointer;
         pairs.insert(pairs.end(), description.keyboard.begin(), description.keyboard.end());
@@ -207,6 +214,20 @@ device_id_t connect(const device_description_t& description) {
     const std::lock_guard lock(all.mutex);
     all.plugged_in[++all.last] = device;
     return all.last;
+}
+
+void burst(const std::function<void()>& acts) {
+    const auto all = std::make_shared<acts_t>();
+    gathered = all.get();
+    acts();
+    gathered = nullptr;
+    carry_out([all] {
+        send_together([&] {
+            for (const auto& act : *all) {
+                act();
+            }
+        });
+    });
 }
 
 void disconnect(device_id_t device) {

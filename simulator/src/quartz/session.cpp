@@ -31,7 +31,6 @@ event_record_t record_of(const event_values_t& event) {
     record.button = event.button;
     record.click_state = event.click_state;
     record.key_code = event.key_code;
-    record.keyboard_type = event.keyboard_type;
     record.source_pid = event.source_pid;
     record.scroll = event.scroll;
     record.scroll_wheels = event.scroll_wheels;
@@ -139,10 +138,6 @@ bool wait_for_posted(std::size_t count, std::chrono::milliseconds at_most) {
 
 void forget_events() {
     session_t::instance().forget_events();
-}
-
-CGPoint pointer_location() {
-    return session_t::instance().pointer();
 }
 
 }  // namespace simulator

@@ -1,5 +1,0 @@
-#pragma once
-
-#include <CoreFoundation/CFString.h>
-
-#define kAXWindowRole CFSTR("AXWindow")
