@@ -2,6 +2,7 @@
 #include <IOKit/hid/IOHIDManager.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
@@ -175,8 +176,8 @@ TEST_F(hid_manager_test, an_undecided_permission_is_asked_for_and_waited_for) {
     for (const bool grants : {true, false}) {
         simulator::leave_input_monitoring_undecided();
         std::thread user([grants] {
-            while (!simulator::user_is_asked()) {
-                std::this_thread::yield();
+            for (int i = 0; i < 10000 && !simulator::user_is_asked(); ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
             (grants ? simulator::grant : simulator::revoke)(permission_e::input_monitoring);
         });
@@ -188,7 +189,7 @@ TEST_F(hid_manager_test, an_undecided_permission_is_asked_for_and_waited_for) {
 }
 
 TEST_F(hid_manager_test, a_seized_device_is_open_but_silent_until_it_is_let_go) {
-    const device_id_t other = connect(), seized = connect();
+    const device_id_t seized = connect(), other = connect();
     simulator::seize(seized);
     const recorder_t recorder(log);
     EXPECT_EQ(recorder.open(), kIOReturnExclusiveAccess);
