@@ -10,31 +10,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-// Waits for what no one announces: something in another process or on the disk.
-inline bool wait_until(const std::function<bool()>& condition,
-                       std::chrono::milliseconds at_most = std::chrono::seconds(20)) {
-    const auto end = std::chrono::steady_clock::now() + at_most;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
+#include "support/temporary_home.h"
+#include "support/wait_until.h"
 
 inline std::string text_of(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
+    return temporary_home_t::content_of(file);
 }
 
 // The real executable as a child process, on a quiet desktop with a home folder and a disk of its
