@@ -27,7 +27,7 @@ class descriptor_t {
 // -1 with errno, which is what the system says, or EISDIR for a folder and ENOTSUP for the rest.
 [[nodiscard]] int open_regular_file(const std::string& path, int flags, mode_t mode = 0);
 
-// What is left to read of an open file, up to the first few bytes beyond `limit`. Throws
+// What is left to read of an open file, up to somewhat more than `limit` bytes. Throws
 // std::system_error.
 [[nodiscard]] std::string read_file(const descriptor_t& file, std::size_t limit);
 

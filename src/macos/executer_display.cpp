@@ -13,8 +13,8 @@
 namespace {
 
 // One of the two numbers that say which display a service is for; 0 when they cannot be found. The
-// service stands for the connection and has them in some cases only. The display that is connected
-// has its own entry below and always has them there.
+// service stands for the connection. Where it has none itself, the display that is connected, which
+// has an entry of its own below, has them.
 std::uint32_t display_number(io_service_t service, CFStringRef name) {
     auto value = cpf_t<CFTypeRef>::adopt(
         IORegistryEntryCreateCFProperty(service, name, kCFAllocatorDefault, 0));

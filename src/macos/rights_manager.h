@@ -55,7 +55,8 @@ class permission_guard_t {
     permission_guard_t(const permission_guard_t&) = delete;
     permission_guard_t& operator=(const permission_guard_t&) = delete;
 
-    // Waits for the thread, up to one period: it looks at nothing while it sleeps.
+    // Waits for the thread, up to one period: it looks at nothing while it sleeps. Waits also for
+    // the end of an `on_lost` that is under way.
     ~permission_guard_t();
 
     // Looks at once, on the calling thread, and calls back from there.

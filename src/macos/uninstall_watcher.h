@@ -56,7 +56,7 @@ class uninstall_watcher_t {
 
 // Writes the uninstall trigger into the system-wide support folder when that is there and can be
 // written to, otherwise into the user's, which is made when only its last level is missing. `home`
-// as above. Never waits for another process. Failures are logged. One thread at a time.
+// as above. Never waits for another process. Failures are logged. Any thread.
 void request_uninstall(const std::string& system_folder = system_support_folder,
                        const std::optional<std::string>& home = std::nullopt);
 

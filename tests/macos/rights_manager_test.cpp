@@ -53,7 +53,7 @@ TEST_F(rights_file, is_written_byte_for_byte_though_others_lock_the_folder_a_whi
     const int folder = open(home.path().c_str(), O_RDONLY);
     ASSERT_EQ(flock(folder, LOCK_EX), 0);
     std::thread other([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        std::this_thread::sleep_for(std::chrono::milliseconds(4600));
         close(folder);
     });
     write_rights_to_file(true, false, path);
