@@ -35,17 +35,17 @@ void descriptor_t::close() {
 }
 
 // Looked at once it is open: what a look at the path sees could be replaced before the opening.
-int open_regular_file(const std::string& path, int flags, mode_t mode) {
+descriptor_t open_regular_file(const std::string& path, int flags, mode_t mode) {
     const int descriptor = open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
     if (descriptor < 0) {
-        return -1;
+        return descriptor_t(-1);
     }
     if (const int reason = refusal(descriptor); reason != 0) {
         close(descriptor);
         errno = reason;
-        return -1;
+        return descriptor_t(-1);
     }
-    return descriptor;
+    return descriptor_t(descriptor);
 }
 
 std::string read_file(const descriptor_t& file, std::size_t limit) {

@@ -24,8 +24,9 @@ class descriptor_t {
 
 // As open(), for a regular file or a link to one, and not handed on to other programs. Never waits
 // for another process, as a plain open of a pipe does. Anything that is no regular file is refused:
-// -1 with errno, which is what the system says, or EISDIR for a folder and ENOTSUP for the rest.
-[[nodiscard]] int open_regular_file(const std::string& path, int flags, mode_t mode = 0);
+// not open, with errno, which is what the system says, or EISDIR for a folder and ENOTSUP for the
+// rest.
+[[nodiscard]] descriptor_t open_regular_file(const std::string& path, int flags, mode_t mode = 0);
 
 // What is left to read of an open file, up to somewhat more than `limit` bytes. Throws
 // std::system_error.

@@ -45,10 +45,8 @@ mac_impl_t::~mac_impl_t() {
 void mac_impl_t::abandon() {
     owner = nullptr;
     devices.clear();
-    for (const auto* const tap : {&mouse_tap, &keyboard_tap}) {
-        if (*tap) {
-            CGEventTapEnable(tap->get(), false);
-        }
+    if (mouse_tap) {
+        CGEventTapEnable(mouse_tap.get(), false);
     }
 }
 

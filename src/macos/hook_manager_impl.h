@@ -26,8 +26,8 @@ struct mac_impl_t {
     };
 
     explicit mac_impl_t(hook_manager_t& hook_manager);
-    // Disables and removes the taps and closes the HID manager; runs the run loop's waiting sources
-    // while it does. Does nothing for an abandoned capture.
+    // Disables and removes the taps and closes the HID manager. For each tap, there or not, the run
+    // loop may serve one thing that waits. Does nothing for an abandoned capture.
     ~mac_impl_t();
     mac_impl_t(const mac_impl_t&) = delete;
     mac_impl_t& operator=(const mac_impl_t&) = delete;
@@ -39,8 +39,8 @@ struct mac_impl_t {
     void setup_event_tap();
     void setup_event_tap_keyboard();
 
-    // Cuts the capture off from its owner and disables its taps: nobody will answer them any more,
-    // and every event would wait for that.
+    // Cuts the capture off from its owner and disables the mouse tap, the only one there can be
+    // when a set-up fails: nobody will answer it any more, and every event would wait for that.
     void abandon();
     // Whether the system still holds this object's address.
     [[nodiscard]] bool can_be_called_back() const;

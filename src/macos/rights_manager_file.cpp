@@ -111,8 +111,9 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
     }
 
     // Without a home folder there is no path, and the working folder is not the place to write to.
-    descriptor_t file(
-        path.empty() ? -1 : open_regular_file(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    descriptor_t file = path.empty()
+                            ? descriptor_t(-1)
+                            : open_regular_file(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (!file.is_open()) {
         QLX_LOG_ERROR("Cannot open temp file {}", temporary);
         return;
@@ -134,7 +135,7 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
 
 nlohmann::json read_rights_from_file(const std::string& path) {
     nlohmann::json rights{{"accessibility", false}, {"input_monitoring", false}};
-    const descriptor_t file(open_regular_file(path, O_RDONLY));
+    const descriptor_t file = open_regular_file(path, O_RDONLY);
     if (!file.is_open()) {
         return rights;
     }

@@ -30,7 +30,7 @@ bool is_directory(const std::string& path) {
 // False, with errno, when it cannot be opened. The file's being there is the message; a content cut
 // short changes nothing about it.
 bool write_trigger(const std::string& path) {
-    const descriptor_t file(open_regular_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0666));
+    const descriptor_t file = open_regular_file(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (!file.is_open()) {
         return false;
     }

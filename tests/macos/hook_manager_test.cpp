@@ -291,6 +291,7 @@ TEST_F(hook_manager_test, a_key_of_the_mouse_is_its_button_and_makes_it_the_acti
 
 TEST_F(hook_manager_test, over_an_application_that_hangs_the_default_binding_counts) {
     start_in_use();
+    simulator::set_tap_patience(std::chrono::milliseconds(700));
     const pid_t mail = simulator::application_named("Mail").value();
     simulator::hang_application(mail);
     click(side_1);

@@ -259,8 +259,8 @@ TEST_F(program, the_player_reports_what_does_not_come_as_expected) {
     };
     const std::string keys = R"(["Command down [Command]", "C down [Command]",
                                  "C up [Command]", "Command up [Command]"])";
-    std::vector<std::future<void>>
-        played;  // side by side: each waits for its daemon most of the time
+    // Side by side: each waits for its daemon most of the time.
+    std::vector<std::future<void>> played;
     for (const case_t& one : std::vector<case_t>{
              {click("side 1", R"({"keys": )" + keys + "}") + "]}", 0,
               "Everything came as expected."},

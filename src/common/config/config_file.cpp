@@ -8,7 +8,7 @@
 #include "common/regular_file.h"
 
 std::optional<std::string> read_config_file(const std::filesystem::path& path) {
-    const descriptor_t file(open_regular_file(path.string(), O_RDONLY));
+    const descriptor_t file = open_regular_file(path.string(), O_RDONLY);
     if (!file.is_open()) {
         return std::nullopt;
     }
