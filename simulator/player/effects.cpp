@@ -1,6 +1,7 @@
 #include "player/effects.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <iterator>
 #include <optional>
@@ -69,7 +70,8 @@ void effects_t::plug_in(const std::vector<display_t>& displays, std::size_t main
         _displays[connect_display(display)] = {display.name, brightness};
     }
     if (!displays.empty()) {
-        make_main_display(std::next(_displays.begin(), main_display)->first);
+        make_main_display(
+            std::next(_displays.begin(), static_cast<std::ptrdiff_t>(main_display))->first);
     }
 }
 

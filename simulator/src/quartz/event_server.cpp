@@ -33,6 +33,7 @@ std::vector<event_values_t>* gathered = nullptr;
 void send_all(const std::vector<event_values_t>& events) {
     session_t& session = session_t::instance();
     std::vector<std::uint64_t> numbers;
+    numbers.reserve(events.size());
     for (const event_values_t& event : events) {
         numbers.push_back(session.arrived(event));
     }

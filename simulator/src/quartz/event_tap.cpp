@@ -236,6 +236,7 @@ class passage_t {
 void pass_taps(const std::vector<event_values_t>& events,
                const std::function<void(std::size_t, const std::optional<event_values_t>&)>& then) {
     std::vector<passage_t> passages;
+    passages.reserve(events.size());
     for (const event_values_t& event : events) {
         passages.emplace_back(taps_t::instance().all(), event);
     }
