@@ -1,0 +1,142 @@
+// What the settings cost: an answer, and a load. Each beside the least that any program could do.
+
+#include <benchmark/benchmark.h>
+
+#include <fstream>
+#include <map>
+
+#include "bench/world.h"
+#include "common/config/config.h"
+#include "common/config/config_file.h"
+#include "common/config/mouse.h"
+
+namespace {
+
+using nlohmann::json;
+
+const json& entry_of(std::size_t applications) {
+    static std::map<std::size_t, json> entries;
+    json& entry = entries[applications];
+    if (entry.is_null()) {
+        entry = json::parse(settings_of(applications))["appState"][0];
+    }
+    return entry;
+}
+
+mouse_t& profile_of(std::size_t applications) {
+    static std::map<std::size_t, mouse_t> profiles;
+    return profiles.try_emplace(applications, mouse_t::from_json(entry_of(applications)))
+        .first->second;
+}
+
+// Names that are asked for in turn, as the pointer crosses windows.
+const std::array<std::string, 4> known{"Application 3", "Application 7", "Mail", "Application 5"};
+const std::array<std::string, 4> unknown{"Photo Viewer", "Some Editor", "Mail", "Console"};
+constexpr auto bound = input_value_e::x1_button;
+constexpr auto unbound = input_value_e::horizontal_scroll_positive;
+
+void cached_answer(benchmark::State& state) {
+    mouse_t& profile = profile_of(static_cast<std::size_t>(state.range(0)));
+    std::size_t turn = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(profile.get_action(bound, known[++turn % known.size()]));
+    }
+}
+
+void answer_of_the_store(benchmark::State& state) {
+    world_t::instance();
+    config_t& store = config_t::instance();
+    std::size_t turn = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(
+            store.retrieve_action(qlx_device_e::valtor_pro, bound, known[++turn % known.size()]));
+    }
+}
+
+// Brings the name into its normal form and looks into one table.
+std::string normal_form(const std::string& name) {
+    std::string normal;
+    normal.reserve(name.size());
+    for (const char c : name) {
+        const auto lower = static_cast<char>(c | 0x20);
+        if ((lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9')) {
+            normal.push_back(lower);
+        }
+    }
+    return normal;
+}
+
+void bare_answer(benchmark::State& state) {
+    std::unordered_map<cache_key_t, action_t, cache_key_hash_t> table;
+    for (const std::string& name : known) {
+        table.emplace(cache_key_t{normal_form(name), bound}, do_nothing_t{});
+    }
+    std::size_t turn = 0;
+    for (auto _ : state) {
+        const cache_key_t key{normal_form(known[++turn % known.size()]), bound};
+        benchmark::DoNotOptimize(action_t(table.find(key)->second));
+    }
+}
+
+void unbound_input(benchmark::State& state) {
+    mouse_t& profile = profile_of(static_cast<std::size_t>(state.range(0)));
+    std::size_t turn = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(profile.get_action(unbound, unknown[++turn % unknown.size()]));
+    }
+}
+
+void first_look_at_a_name(benchmark::State& state) {
+    mouse_t& profile = profile_of(static_cast<std::size_t>(state.range(0)));
+    std::vector<std::string> names(10'000, "Some Editor ");  // more than are remembered
+    for (std::size_t number = 0; number < names.size(); ++number) {
+        names[number] += std::to_string(number);
+    }
+    std::size_t turn = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(profile.get_action(unbound, names[++turn % names.size()]));
+    }
+}
+
+void bare_parse(benchmark::State& state) {
+    const std::string text = settings_of(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(json::parse(text));
+    }
+}
+
+void profile_build(benchmark::State& state) {
+    const json& entry = entry_of(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(mouse_t::from_json(entry));
+    }
+}
+
+void bare_load(benchmark::State& state) {
+    const std::string text = settings_of(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(json::parse(text).dump());
+    }
+}
+
+void reload(benchmark::State& state) {
+    const auto file =
+        world_t::instance().home.path() / ("settings " + std::to_string(state.range(0)));
+    std::ofstream(file) << settings_of(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        world_t::load(file);
+    }
+    world_t::load(world_t::instance().home.settings_file());
+}
+
+BENCHMARK(cached_answer)->Arg(10)->Arg(10'000);
+BENCHMARK(answer_of_the_store);
+BENCHMARK(bare_answer);
+BENCHMARK(unbound_input)->Arg(10)->Arg(10'000);
+BENCHMARK(first_look_at_a_name)->Arg(10)->Arg(10'000);
+BENCHMARK(bare_parse)->Arg(10)->Arg(10'000);
+BENCHMARK(profile_build)->Arg(10)->Arg(10'000);
+BENCHMARK(bare_load)->Arg(10)->Arg(10'000);
+BENCHMARK(reload)->Arg(10)->Arg(10'000);
+
+}  // namespace
