@@ -11,7 +11,7 @@
 namespace simulator {
 
 struct output_device_t {
-    std::string name;
+    std::string name{};
     std::optional<float> volume = 0.5F;     // 0 to 1; none: the device has no such property
     std::optional<std::uint32_t> mute = 0;  // none: the device has no such property
     bool volume_writable = true;

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "player/object_reader.h"
+
 namespace simulator::player {
 namespace {
 
@@ -30,10 +32,8 @@ class course_t {
                 std::for_each(burst->acts.begin(), burst->acts.end(),
                               [this](const step_t& act) { _check_device(act); });
             }
-            if (const auto* const hanging = std::get_if<hanging_t>(&step.deed);
-                hanging != nullptr && _scenario.applications.count(hanging->application) == 0) {
-                _fail(step, "\"application\" is \"" + hanging->application +
-                                "\", which the scenario does not have");
+            if (const auto* const hanging = std::get_if<hanging_t>(&step.deed)) {
+                _check_application(step, hanging->application);
             }
             if (const auto* const removal = std::get_if<removal_t>(&step.deed);
                 removal != nullptr && !std::exchange(_bundle, false)) {
@@ -61,6 +61,16 @@ class course_t {
                std::holds_alternative<trackpad_t>(step.deed) ||
                std::holds_alternative<key_t>(step.deed) ||
                std::holds_alternative<burst_t>(step.deed);
+    }
+
+    void _check_application(const step_t& step, const std::string& name) const {
+        std::set<std::string> known;
+        for (const auto& [application, value] : _scenario.applications) {
+            known.insert(application);
+        }
+        if (known.count(name) == 0) {
+            _fail(step, "\"application\" is \"" + name + "\"; known are: " + names_text(known));
+        }
     }
 
     void _check_device(const step_t& step) {

@@ -110,4 +110,24 @@ std::string key_event_text(std::int64_t code, bool down, std::uint64_t flags) {
     return key_name(code) + (down ? " down" : " up") + (held.empty() ? "" : " [" + held + "]");
 }
 
+bool is_key_event_text(const std::string& text) {
+    const std::string event = text.substr(0, text.find(" ["));
+    const std::size_t blank = event.rfind(' ');
+    const auto code = key_code(event.substr(0, blank));
+    if (!code || blank == std::string::npos) {
+        return false;
+    }
+    const bool down = event.substr(blank) == " down";
+    for (unsigned int held = 0; held < 1U << flags_in_order.size(); ++held) {
+        std::uint64_t flags = 0;
+        for (std::size_t index = 0; index < flags_in_order.size(); ++index) {
+            flags |= (held >> index & 1U) != 0 ? flags_in_order[index].mask : 0;
+        }
+        if (key_event_text(*code, down, flags) == text) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace simulator::player

@@ -17,4 +17,7 @@ std::string key_name(std::int64_t code);
 // A key event as one text: "C down [Command]", modifiers in a fixed order, no brackets without any.
 std::string key_event_text(std::int64_t code, bool down, std::uint64_t flags);
 
+// Whether key_event_text may give this text.
+bool is_key_event_text(const std::string& text);
+
 }  // namespace simulator::player

@@ -14,6 +14,14 @@ namespace simulator::player {
 
 using json_t = nlohmann::json;
 
+inline std::string names_text(const std::set<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text.append(text.empty() ? "" : ", ").append(name);
+    }
+    return text.empty() ? "none" : text;
+}
+
 // One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.
 // Every error is a std::runtime_error that begins with the object's place. The object must live
 // longer.
@@ -91,11 +99,11 @@ class object_reader_t {
                    const std::map<std::string, value_t>& values) const {
         const auto found = values.find(given);
         if (found == values.end()) {
-            std::string known;
+            std::set<std::string> known;
             for (const auto& [name, value] : values) {
-                known += (known.empty() ? "" : ", ") + name;
+                known.insert(name);
             }
-            fail("\"" + key + "\" is \"" + given + "\"; known are: " + known);
+            fail("\"" + key + "\" is \"" + given + "\"; known are: " + names_text(known));
         }
         return found->second;
     }
@@ -104,7 +112,7 @@ class object_reader_t {
     void finish() const {
         for (const auto& [key, value] : _json.items()) {
             if (_known.count(key) == 0) {
-                fail("\"" + key + "\" is not a known key here");
+                fail("\"" + key + "\" is not a known key here; known are: " + names_text(_known));
             }
         }
     }

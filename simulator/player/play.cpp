@@ -1,11 +1,4 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -13,15 +6,18 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "player/daemon.h"
 #include "player/scenario.h"
 #include "player/session.h"
+#include "player/story.h"
+#include "player/workplace.h"
 
 // The player: starts the daemon on a simulated desktop, lets it live through a scenario, and says
 // whether everything came as expected.
@@ -30,103 +26,59 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr auto longest_run = std::chrono::minutes(5);
+using std::chrono::steady_clock;
 
-volatile pid_t g_daemon = 0;  // for the signal handler of a desktop that stays
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
+volatile std::sig_atomic_t g_signal = 0;  // the one that came last; 0: none
 
-// A folder with everything that belongs to one simulated desktop.
-class workplace_t {
-  public:
-    workplace_t() {
-        std::string name = (fs::temp_directory_path() / "qlx-desktop-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make a folder for the desktop: " + name);
-        }
-        folder = name;
-        lay_out();
-    }
-    explicit workplace_t(fs::path kept) : folder(std::move(kept)), _keep(true) { lay_out(); }
-    ~workplace_t() {
-        std::error_code ignored;
-        if (!_keep) {
-            fs::remove_all(folder, ignored);
-        }
-    }
-    workplace_t(const workplace_t&) = delete;
-    workplace_t& operator=(const workplace_t&) = delete;
-
-    fs::path home() const { return folder / "home"; }
-    fs::path root() const { return folder / "disk"; }
-    fs::path tools() const { return folder / "tools"; }
-    fs::path report() const { return folder / "report"; }
-    fs::path commands() const { return folder / "commands"; }
-
-    fs::path folder;
-
-  private:
-    // The user's own `open` and `osascript`, which note what they were called with.
-    void lay_out() const {
-        fs::create_directories(home() / "Library" / "Application Support");
-        fs::create_directories(root() / "Applications");
-        fs::create_directories(root() / "Library" / "Application Support");
-        fs::create_directories(tools());
-        for (const char* const name : {"open", "osascript"}) {
-            const fs::path tool = tools() / name;
-            std::ofstream(tool) << "#!/bin/sh\n"
-                                   "printf '%s\\0' \"$#\" \"${0##*/}\" \"$@\" >>\"$"
-                                << variable_commands << "\"\n";
-            fs::permissions(tool, fs::perms::owner_all);
-        }
-    }
-
-    bool _keep = false;
+// The player is ended by a signal.
+struct interrupted_t {
+    int signal;
 };
 
-pid_t start_daemon(const fs::path& daemon, const workplace_t& place,
-                   const std::vector<std::pair<const char*, std::string>>& variables) {
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child < 0) {
-        throw std::runtime_error(std::string("fork failed: ") + std::strerror(errno));
-    }
-    if (child == 0) {
-        const auto set = [](const char* name, const std::string& value) {
-            setenv(name, value.c_str(), 1);
-        };
-        const char* const path = std::getenv("PATH");
-        set("HOME", place.home());
-        set("PATH", place.tools().string() + ":" + (path == nullptr ? "" : path));
-        set(variable_root, place.root());
-        set(variable_commands, place.commands());
-        for (const auto& [name, value] : variables) {
-            set(name, value);
-        }
-        execl(daemon.c_str(), daemon.c_str(), static_cast<char*>(nullptr));
-        std::fprintf(stderr, "Error: cannot start %s: %s\n", daemon.c_str(), std::strerror(errno));
-        std::_Exit(127);
-    }
-    return child;
+// How long a daemon may give no sign of life, or not do what a signal asks of it.
+std::chrono::seconds patience() {
+    const char* const seconds = std::getenv("QLX_PLAYER_PATIENCE");
+    return std::chrono::seconds(seconds == nullptr ? 30 : std::stoi(seconds));
 }
 
-// The exit code of the process; 128 and the signal's number where a signal ended it.
-int code_of(int status) {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+// How far a run has come, by what the part inside the daemon's process reports.
+class progress_t {
+  public:
+    progress_t(const workplace_t& place, const run_t& run) : _place(place), _run(run) {}
 
-// Waits for the process; kills it and throws when it does not end in time.
-int wait_for_exit(pid_t child) {
-    const auto end = std::chrono::steady_clock::now() + longest_run;
-    int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() >= end) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            throw std::runtime_error("the daemon does not end");
+    // Whether there has been no sign of life for longer than the step takes by itself.
+    bool stands_still() {
+        const std::string report = file_text(_place.report());
+        if (report.size() != _size) {
+            _size = report.size();
+            _since = steady_clock::now();
+            _begun = 0;
+            std::istringstream lines(report);
+            for (std::string line; std::getline(lines, line);) {
+                _begun += line == report_begun ? 1 : 0;
+                _played = _played || line == report_played;
+            }
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const auto own_time =
+            _begun == 0 ? std::chrono::milliseconds(0) : _run.steps.at(_begun - 1).after;
+        return steady_clock::now() - _since >= patience() + own_time;
     }
-    return code_of(status);
-}
+
+    std::string where() const {
+        return _played       ? "after the last step"
+               : _begun == 0 ? "before the first step"
+                             : "at " + _run.steps.at(_begun - 1).where;
+    }
+
+  private:
+    const workplace_t& _place;
+    const run_t& _run;
+    steady_clock::time_point _since = steady_clock::now();
+    std::size_t _size = 0;
+    std::size_t _begun = 0;
+    bool _played = false;
+};
 
 const char* meaning_of(int code) {
     switch (code) {
@@ -140,6 +92,12 @@ const char* meaning_of(int code) {
     }
 }
 
+// What the log has got since it had `before` bytes.
+std::string log_since(const workplace_t& place, std::size_t before) {
+    const std::string log = file_text(log_file(place.home()));
+    return log.size() < before ? log : log.substr(before);  // a shorter one has rotated
+}
+
 void show_log(const std::string& log) {
     std::printf(
         "\nThe daemon's log (\"Ending on signal\" and \"kevent(wait) failed\" belong to an ordered "
@@ -150,6 +108,15 @@ void show_log(const std::string& log) {
         std::printf("  %s%s\n", line.substr(0, longest).c_str(),
                     line.size() > longest ? " ..." : "");
     }
+}
+
+void show_end_of_log(const std::string& log) {
+    constexpr int last_lines = 20;
+    std::size_t begin = log.size();
+    for (int line = 0; line <= last_lines && begin != std::string::npos; ++line) {
+        begin = begin == 0 ? std::string::npos : log.rfind('\n', begin - 1);
+    }
+    show_log(begin == std::string::npos ? log : log.substr(begin + 1));
 }
 
 class judge_t {
@@ -238,7 +205,7 @@ void judge_files(const run_t& run, const workplace_t& place, judge_t& judge) {
 
 std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
                                   const scenario_t& scenario, std::size_t index,
-                                  const workplace_t& place) {
+                                  workplace_t& place) {
     const run_t& run = scenario.runs[index];
     const fs::path bundle = front_application(place.root());
     fs::remove_all(bundle);
@@ -258,16 +225,34 @@ std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
     fs::remove(place.report());
     const std::size_t log_before = file_text(log_file(place.home())).size();
 
-    const pid_t child = start_daemon(daemon, place,
-                                     {{variable_scenario, fs::absolute(file).string()},
-                                      {variable_run, std::to_string(index)},
-                                      {variable_report, place.report().string()}});
-    const int code = wait_for_exit(child);
+    note("run", std::to_string(index + 1) + " of " + std::to_string(scenario.runs.size()));
+    daemon_t process(daemon, place,
+                     {{variable_scenario, fs::absolute(file).string()},
+                      {variable_run, std::to_string(index)},
+                      {variable_report, place.report().string()}});
+    progress_t progress(place, run);
+    std::optional<int> ended;
+    while (!(ended = process.ended()) && g_signal == 0) {
+        if (progress.stands_still()) {
+            place.keep();
+            show_end_of_log(log_since(place, log_before));
+            return {"the daemon does not end, " + progress.where() +
+                    "; its folder stays: " + place.folder.string()};
+        }
+    }
+    if (g_signal != 0) {
+        throw interrupted_t{g_signal};
+    }
+    const int code = *ended;
 
-    const std::string whole_log = file_text(log_file(place.home()));
-    const std::string log = whole_log.substr(std::min(log_before, whole_log.size()));
+    const std::string log = log_since(place, log_before);
     show_log(log);
     std::printf("\nThe daemon ended with exit code %d: %s.\n", code, meaning_of(code));
+    note("end", "exit code " + std::to_string(code) + ": " + meaning_of(code));
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        note("log", line);
+    }
 
     judge_t judge;
     judge.read_report(file_text(place.report()), run);
@@ -282,7 +267,7 @@ std::vector<std::string> play_run(const fs::path& daemon, const fs::path& file,
 
 int play(const fs::path& daemon, const fs::path& file) {
     const scenario_t scenario = read_scenario(file);
-    const workplace_t place;
+    workplace_t place;
     if (scenario.system_support_folder) {
         fs::create_directories(support_folder(place.root()));
     }
@@ -290,6 +275,7 @@ int play(const fs::path& daemon, const fs::path& file) {
         replace_file(settings_file(place.home()), *scenario.settings);
     }
     std::printf("Scenario: %s\n\n", scenario.title.c_str());
+    note("title", scenario.title);
     std::size_t unmet = 0;
     for (std::size_t index = 0; index < scenario.runs.size(); ++index) {
         if (index > 0) {
@@ -297,15 +283,15 @@ int play(const fs::path& daemon, const fs::path& file) {
         }
         for (const std::string& what : play_run(daemon, file, scenario, index, place)) {
             std::printf("Not as expected: %s\n", what.c_str());
+            note("UNMET", what);
             ++unmet;
         }
     }
-    if (unmet > 0) {
-        std::printf("\n%zu expectation(s) not met.\n", unmet);
-        return 1;
-    }
-    std::printf("Everything came as expected.\n");
-    return 0;
+    const std::string verdict = unmet == 0 ? "Everything came as expected."
+                                           : std::to_string(unmet) + " expectation(s) not met.";
+    std::printf("%s%s\n", unmet == 0 ? "" : "\n", verdict.c_str());
+    note("verdict", verdict);
+    return unmet == 0 ? 0 : 1;
 }
 
 int stay(const fs::path& daemon, const fs::path& folder) {
@@ -315,20 +301,33 @@ int stay(const fs::path& daemon, const fs::path& folder) {
         "The daemon runs on a quiet desktop until Ctrl-C.\n"
         "  its settings file: %s\n  its log file:      %s\n",
         settings_file(place.home()).c_str(), log_file(place.home()).c_str());
-    // Ctrl-C goes to both processes: the daemon ends by it, the player tells how. Other signals
-    // that reach the player alone are handed on.
-    std::signal(SIGINT, [](int) {});
-    g_daemon = start_daemon(daemon, place, {});
-    for (const int signal : {SIGTERM, SIGHUP}) {
-        std::signal(signal, [](int number) { kill(g_daemon, number); });
+    const std::size_t log_before = file_text(log_file(place.home())).size();
+    daemon_t process(daemon, place, {});
+    std::optional<steady_clock::time_point> asked;
+    std::optional<int> ended;
+    while (!(ended = process.ended())) {
+        if (g_signal != 0) {
+            // Ctrl-C has gone to both processes, other signals to the player alone.
+            process.signal(g_signal);
+            g_signal = 0;
+            asked = asked.value_or(steady_clock::now());
+        }
+        if (asked && steady_clock::now() - *asked >= patience()) {
+            show_end_of_log(log_since(place, log_before));
+            std::printf("\nThe daemon does not end, and is killed.\n");
+            return 1;
+        }
     }
-    int status = 0;
-    while (waitpid(g_daemon, &status, 0) < 0 && errno == EINTR) {
-    }
-    const int code = code_of(status);
-    std::printf("\nThe daemon ended with exit code %d: %s.\n", code, meaning_of(code));
+    std::printf("\nThe daemon ended with exit code %d: %s.\n", *ended, meaning_of(*ended));
+    const std::string log = log_since(place, log_before);
     constexpr int stopped = 1;
-    return code == stopped ? 0 : 1;
+    if (*ended == stopped && log.find("Daemon stopped") != std::string::npos &&
+        log.find("Error creating hook manager") == std::string::npos) {
+        return 0;
+    }
+    show_end_of_log(log);
+    std::printf("\nIt has not run, or has not stopped in order.\n");
+    return 1;
 }
 
 int run(const std::vector<std::string>& arguments) {
@@ -348,8 +347,19 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace simulator::player
 
 int main(int argc, char** argv) {
+    for (const int signal : simulator::player::ending_signals) {
+        std::signal(signal, [](int number) { simulator::player::g_signal = number; });
+    }
+    std::signal(SIGPIPE,
+                SIG_IGN);  // whoever reads what is told may go; the folder goes all the same
     try {
         return simulator::player::run({argv + 1, argv + argc});
+    } catch (const simulator::player::interrupted_t& interrupted) {
+        std::printf("\nEnded by a signal (%s): the daemon is ended, and its folder removed.\n",
+                    strsignal(interrupted.signal));
+        std::fflush(nullptr);
+        std::signal(interrupted.signal, SIG_DFL);
+        return std::raise(interrupted.signal);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "Error: %s\n", error.what());
         return 2;

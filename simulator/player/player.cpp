@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <thread>
 #include <utility>
 
@@ -16,6 +17,7 @@
 #include "control/objects.h"
 #include "player/key_names.h"
 #include "player/session.h"
+#include "player/story.h"
 #include "player/words.h"
 
 namespace simulator::player {
@@ -31,6 +33,14 @@ struct overloaded_t : visitors_t... {
 };
 template <typename... visitors_t>
 overloaded_t(visitors_t...) -> overloaded_t<visitors_t...>;
+
+// The name that scenarios give a model, which the daemon's log gives as a number.
+std::string model_name(const std::string& number) {
+    static const std::map<std::string, std::string> names = {
+        {"-1", "none"}, {"0", "model_0"}, {"1", "valtor_pro"}, {"2", "corvane"}};
+    const auto known = names.find(number);
+    return known == names.end() ? "model " + number : known->second;
+}
 
 }  // namespace
 
@@ -304,6 +314,7 @@ void player_t::_look() {
 }
 
 void player_t::_check(const step_t& step, std::size_t first_event) {
+    const std::size_t unmet_before = _unmet_count;
     _look();
     _check_events(step, first_event);
     if (step.expect.keys) {
@@ -330,6 +341,26 @@ void player_t::_check(const step_t& step, std::size_t first_event) {
     }
     _check_active_model(step);
     _check_log(step);
+    if (_unmet_count == unmet_before) {
+        _note_met(step);
+    }
+}
+
+void player_t::_note_met(const step_t& step) const {
+    const auto& [outcomes, keys, effects, active_model, log] = step.expect;
+    std::string met;
+    for (const event_outcome_e outcome : outcomes) {
+        met += outcome == event_outcome_e::swallowed ? "; taken" : "; delivered";
+    }
+    met += keys ? "; keys: " + list_text(*keys) : "";
+    met += effects ? "; on the desktop: " + list_text(*effects) : "";
+    met += active_model ? "; the active model is " + *active_model : "";
+    for (const std::string& text : log) {
+        met += "; the log says \"" + text + "\"";
+    }
+    if (!met.empty()) {
+        note("met", step.where + ": " + met.substr(2));
+    }
 }
 
 void player_t::_check_events(const step_t& step, std::size_t first_event) {
@@ -364,20 +395,21 @@ void player_t::_check_active_model(const step_t& step) {
     if (!step.expect.active_model) {
         return;
     }
-    // The daemon says so in its log alone.
+    // The daemon says so in its log alone, and what it has not said must not meet an expectation:
+    // the log comes late.
     const std::string text = "Active device changed to ";
-    std::string model = "-1";
+    std::string model = "none, as at its start";
     const bool met = _wait_until([&] {
         const std::string log = file_text(log_file(_home));
         const std::size_t last = log.rfind(text);
         if (last != std::string::npos && last >= _log_begin) {
             const std::size_t begin = last + text.size();
-            model = log.substr(begin, log.find(' ', begin) - begin);
+            model = model_name(log.substr(begin, log.find(' ', begin) - begin));
         }
         return model == *step.expect.active_model;
     });
     if (met) {
-        tell("daemon", "takes model " + model + " for the active mouse");
+        tell("daemon", "says that the active model is " + model);
     } else {
         _unmet(step.where,
                "the active model is " + model + "; expected " + *step.expect.active_model);
@@ -406,6 +438,7 @@ void player_t::_check_log(const step_t& step) {
 }
 
 void player_t::_unmet(const std::string& where, const std::string& what) {
+    ++_unmet_count;
     tell("UNMET", where + ": " + what);
     _report(report_unmet + where + ": " + what);
 }

@@ -46,6 +46,7 @@ class player_t {
     void _move_there(const step_t& step);  // over the application of the step, if it has one
     void _do(const step_t& step);
     void _check(const step_t& step, std::size_t first_event);
+    void _note_met(const step_t& step) const;
     void _check_events(const step_t& step, std::size_t first_event);
     void _check_log(const step_t& step);
     void _check_active_model(const step_t& step);
@@ -63,6 +64,7 @@ class player_t {
     std::filesystem::path _report_file;
     std::map<std::string, device_id_t> _devices;
 
+    std::size_t _unmet_count = 0;
     bool _holding = false;  // the daemon's next answer is held back
     std::size_t _events_seen = 0;
     effects_t _effects_source;

@@ -28,13 +28,12 @@ device_description_t read_device(const json_t& json, const std::string& where) {
     object_reader_t reader(json, where);
     device_description_t device;
     device.name = reader.text("name", "");
-    if (const json_t* const product = reader.find("product"); product != nullptr) {
-        const auto row = std::find_if(
-            device_mappings.begin(), device_mappings.end(),
-            [&](const auto& known) { return *product == std::string(known.product_name); });
-        if (row == device_mappings.end()) {
-            reader.fail("\"product\" is not a product of the program's table");
+    if (reader.find("product") != nullptr) {
+        std::map<std::string, const device_mapping_t*> products;
+        for (const device_mapping_t& known : device_mappings) {
+            products.emplace(known.product_name, &known);
         }
+        const auto* const row = reader.one_of("product", reader.text("product"), products);
         device.vendor_id = row->vendor_id;
         device.product_id = row->product_id;
         device.keyboard = keyboard_pairs;
@@ -221,14 +220,23 @@ expectation_t read_expectation(const json_t& json, const std::string& where) {
     }
     if (reader.find("keys") != nullptr) {
         expect.keys = reader.texts("keys");
+        for (const std::string& text : *expect.keys) {
+            if (!is_key_event_text(text)) {
+                reader.fail("\"keys\" has \"" + text +
+                            "\", which is no event of a key, such as \"C down [Command]\"");
+            }
+        }
     }
     if (reader.find("effects") != nullptr) {
         expect.effects = reader.texts("effects");
     }
     if (reader.find("active_model") != nullptr) {
-        expect.active_model = reader.one_of<std::string>(
-            "active_model", reader.text("active_model"),
-            {{"none", "-1"}, {"model_0", "0"}, {"valtor_pro", "1"}, {"corvane", "2"}});
+        expect.active_model =
+            reader.one_of<std::string>("active_model", reader.text("active_model"),
+                                       {{"none", "none"},
+                                        {"model_0", "model_0"},
+                                        {"valtor_pro", "valtor_pro"},
+                                        {"corvane", "corvane"}});
     }
     expect.log = reader.texts("log");
     reader.finish();
@@ -264,12 +272,10 @@ step_t read_deed(object_reader_t& reader, const scenario_t& scenario) {
     const verb_t verb = reader.one_of("do", verb_name, verbs());
     if (verb.needs_device) {
         step.device = reader.text("device");
-        if (scenario.devices.count(step.device) == 0) {
-            reader.fail("\"device\" is \"" + step.device + "\", which the scenario does not have");
-        }
+        static_cast<void>(reader.one_of("device", step.device, scenario.devices));
         step.over = reader.text("over", "");
-        if (!step.over.empty() && scenario.applications.count(step.over) == 0) {
-            reader.fail("\"over\" is \"" + step.over + "\", which the scenario does not have");
+        if (!step.over.empty()) {
+            static_cast<void>(reader.one_of("over", step.over, scenario.applications));
         }
     }
     step.deed = verb.read ? verb.read(reader, verb_name) : read_burst(reader, scenario);
@@ -369,8 +375,8 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         inner.finish();
     }
     const json_t& steps = reader.need("steps");
-    if (!steps.is_array()) {
-        reader.fail("\"steps\" must be a list");
+    if (!steps.is_array() || steps.empty()) {
+        reader.fail("\"steps\" must be a list with at least one step");
     }
     for (std::size_t index = 0; index < steps.size(); ++index) {
         run.steps.push_back(read_step(
@@ -436,9 +442,7 @@ json_t parse(const std::filesystem::path& file) {
     }
 }
 
-}  // namespace
-
-scenario_t read_scenario(const std::filesystem::path& file) {
+scenario_t read_checked(const std::filesystem::path& file) {
     const json_t json = parse(file);
     object_reader_t reader(json, file.string());
     scenario_t scenario;
@@ -474,6 +478,20 @@ scenario_t read_scenario(const std::filesystem::path& file) {
     }
     reader.finish();
     return scenario;
+}
+
+}  // namespace
+
+scenario_t read_scenario(const std::filesystem::path& file) {
+    try {
+        return read_checked(file);
+    } catch (const std::runtime_error& error) {
+        // What the scenario names may hold line breaks.
+        std::string line = error.what();
+        std::replace_if(
+            line.begin(), line.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+        throw std::runtime_error(line);
+    }
 }
 
 }  // namespace simulator::player

@@ -4,6 +4,7 @@
 
 #include "control/applications.h"
 #include "player/key_names.h"
+#include "player/story.h"
 
 namespace simulator::player {
 
@@ -87,6 +88,7 @@ const char* permission_text(permission_e permission) {
 void tell(const std::string& who, const std::string& what) {
     std::printf("%-8s %s\n", who.c_str(), what.c_str());
     std::fflush(stdout);
+    note(who, what);
 }
 
 }  // namespace simulator::player

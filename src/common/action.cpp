@@ -89,6 +89,7 @@ shortcut_t::shortcut_t(const nlohmann::json& params) {
     if (keys == params.end() || !keys->is_array()) {
         return;
     }
+    combination.reserve(keys->size());
     for (const auto& key : *keys) {
         if (key.is_number()) {
             // A number out of range becomes a key that does not exist. Whoever presses the keys

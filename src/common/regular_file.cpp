@@ -50,7 +50,7 @@ descriptor_t open_regular_file(const std::string& path, int flags, mode_t mode) 
 
 std::string read_file(const descriptor_t& file, std::size_t limit) {
     std::string text;
-    std::string chunk(std::size_t{64} * 1024, '\0');
+    std::string chunk(std::size_t{8} * 1024, '\0');
     while (text.size() <= limit) {
         const ssize_t size = read(file.get(), chunk.data(), chunk.size());
         if (size == 0) {

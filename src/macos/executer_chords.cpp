@@ -2,6 +2,9 @@
 
 #include <ApplicationServices/ApplicationServices.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "macos/cpf.h"
 #include "macos/executer_keys.h"
 
@@ -13,6 +16,22 @@ struct modifier_t {
     std::uint16_t code = 0;
     std::uint64_t mask = 0;
 };
+
+// A press that has been posted.
+struct press_t {
+    std::uint16_t code = 0;
+    cpf_t<CGEventRef> event;
+    bool owes_release = false;  // the system did not make it
+};
+
+void owe_release(std::vector<press_t>& presses, std::uint16_t code) {
+    const auto press = std::find_if(presses.begin(), presses.end(), [code](const press_t& one) {
+        return one.code == code && !one.owes_release;
+    });
+    if (press != presses.end()) {
+        press->owes_release = true;
+    }
+}
 
 }  // namespace
 
@@ -74,16 +93,36 @@ void post_key_events(const std::vector<key_event_t>& events) {
         // chord carry the same one, whatever keyboard the user types on meanwhile.
         CGEventSourceSetKeyboardType(source.get(), CGEventSourceGetKeyboardType(source.get()));
     }
+    std::vector<press_t> presses;
+    presses.reserve(events.size());
     for (const key_event_t& key : events) {
         if (key.code == no_key) {
             continue;
         }
-        const auto event =
+        auto event =
             cpf_t<CGEventRef>::adopt(CGEventCreateKeyboardEvent(source.get(), key.code, key.down));
         if (!event) {
+            if (!key.down) {
+                owe_release(presses, key.code);
+            }
             continue;
         }
         CGEventSetFlags(event.get(), key.flags);
         CGEventPost(kCGSessionEventTap, event.get());
+        if (key.down) {
+            presses.push_back({key.code, std::move(event)});
+        }
+    }
+    // The chord goes on without an event that the system does not make, but no key stays down for
+    // that: the event of its press is there to release it. That of a modifier may be a change of
+    // flags, which stays one.
+    for (auto press = presses.rbegin(); press != presses.rend(); ++press) {
+        if (press->owes_release) {
+            if (CGEventGetType(press->event.get()) == kCGEventKeyDown) {
+                CGEventSetType(press->event.get(), kCGEventKeyUp);
+            }
+            CGEventSetFlags(press->event.get(), 0);
+            CGEventPost(kCGSessionEventTap, press->event.get());
+        }
     }
 }

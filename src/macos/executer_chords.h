@@ -27,5 +27,6 @@ std::vector<key_event_t> chord_events(const std::vector<input_value_e>& modifier
                                       const std::vector<input_value_e>& keys);
 
 // Posts the events into the session's event stream, back to back. An event that the system does not
-// make is skipped. Any thread.
+// make is skipped; a key that went down and could not come up in its turn does so at the end. Any
+// thread.
 void post_key_events(const std::vector<key_event_t>& events);

@@ -87,9 +87,10 @@ bool hook_manager_t::process_event(input_value_e input, button_state_e state,
             // An input that cannot be held (corvane_extra_key) is answered by its binding all the
             // same: bound, its press is swallowed here, while its release finds nothing held, so it
             // passes and nothing runs. Meant: only the inputs 1 to 9 can be held.
-            const action_t action = resolve_action_for_process(input, std::move(process_name));
-            store_action(current_active_mouse.load(), input, action);
-            return is_handled(action);
+            action_t action = resolve_action_for_process(input, std::move(process_name));
+            const bool swallow = is_handled(action);
+            store_action(current_active_mouse.load(), input, std::move(action));
+            return swallow;
         }
     }
     return false;  // a number that is no state

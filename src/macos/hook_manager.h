@@ -29,8 +29,8 @@ class hook_manager_t : public input_manager_t {
 
     // Decides on one captured input of the active model: true when its event is to be swallowed.
     // A press only holds the action bound for the application `process_name` (none: unknown); the
-    // release runs what is held; a wheel step runs its action at once. Only on the run loop's
-    // thread, and quick: a look-up and a queue push.
+    // release runs what is held, for whatever application; a wheel step runs its action at once.
+    // Only on the run loop's thread, and quick: a look-up and a queue push.
     bool process_event(input_value_e input, button_state_e state,
                        std::optional<std::string> process_name);
 

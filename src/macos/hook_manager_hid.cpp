@@ -6,6 +6,7 @@
 #include <exception>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "common/log/log.h"
 #include "macos/device_mappings.h"
@@ -94,14 +95,17 @@ std::uint32_t number_property(IOHIDDeviceRef device, CFStringRef key) {
 }  // namespace
 
 void mac_impl_t::setup_hid_manager() {
-    hid_manager = cpf_t<IOHIDManagerRef>::adopt(
+    auto manager = cpf_t<IOHIDManagerRef>::adopt(
         IOHIDManagerCreate(kCFAllocatorDefault, kIOHIDOptionsTypeNone));
-    if (!hid_manager) {
+    if (!manager) {
         QLX_LOG_ERROR("IOHIDManagerCreate failed");
         return;
     }
-    IOHIDManagerSetDeviceMatchingMultiple(hid_manager.get(), device_matching().get());
-    IOHIDManagerSetInputValueMatchingMultiple(hid_manager.get(), value_matching().get());
+    IOHIDManagerSetDeviceMatchingMultiple(manager.get(), device_matching().get());
+    IOHIDManagerSetInputValueMatchingMultiple(manager.get(), value_matching().get());
+    // Kept from here on, where the system gets to know this object: what fails before it goes with
+    // its owner.
+    hid_manager = std::move(manager);
     IOHIDManagerRegisterInputValueCallback(hid_manager.get(), &hid_input_cb, this);
     IOHIDManagerRegisterDeviceRemovalCallback(hid_manager.get(), &hid_removal_cb, this);
     IOHIDManagerScheduleWithRunLoop(hid_manager.get(), CFRunLoopGetCurrent(),

@@ -73,6 +73,8 @@ struct mac_impl_t {
     // Whether the event is to be swallowed.
     bool _take_mouse_event(CGEventType type, CGEventRef event);
     bool _take_key_event(CGEventType type, CGEventRef event);
+    // The owner's answer for an input. One that fails throws, and then its event passes.
+    bool _ask_owner(input_value_e input, button_state_e state, CGEventRef event);
 };
 
 // The process that the event goes to: the one named in the event, else the one that owns the

@@ -64,8 +64,10 @@ bool is_disabled_notification(CGEventType type) {
     std::_Exit(EX_NOPERM);
 }
 
-std::optional<std::string> process_name_of(CGEventRef event) {
-    const auto pid = pid_from_event(event);
+// The name of the process that the event is for. A release needs none: it runs what its press has
+// held, so the question, which goes to another process, is saved.
+std::optional<std::string> process_name_for(CGEventRef event, button_state_e state) {
+    const auto pid = state == button_state_e::released ? std::nullopt : pid_from_event(event);
     return pid ? process_name_from_pid(*pid) : std::nullopt;
 }
 
@@ -152,7 +154,7 @@ bool mac_impl_t::_take_mouse_event(CGEventType type, CGEventRef event) {
     } else {
         return false;
     }
-    return owner->process_event(input, state, process_name_of(event));
+    return _ask_owner(input, state, event);
 }
 
 bool mac_impl_t::_take_key_event(CGEventType type, CGEventRef event) {
@@ -175,7 +177,20 @@ bool mac_impl_t::_take_key_event(CGEventType type, CGEventRef event) {
         return false;
     }
     const auto state = type == kCGEventKeyDown ? button_state_e::pressed : button_state_e::released;
-    return owner->process_event(*input, state, process_name_of(event));
+    return _ask_owner(*input, state, event);
+}
+
+bool mac_impl_t::_ask_owner(input_value_e input, button_state_e state, CGEventRef event) {
+    try {
+        return owner->process_event(input, state, process_name_for(event, state));
+    } catch (...) {
+        // A press that passes must not find its release swallowed for what an earlier press held.
+        if (state == button_state_e::pressed) {
+            owner->store_action(hook_manager_t::current_active_mouse.load(), input,
+                                default_action_t{});
+        }
+        throw;
+    }
 }
 
 std::optional<pid_t> pid_from_event(CGEventRef event) {

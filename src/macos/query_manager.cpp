@@ -8,6 +8,10 @@
 
 #include "macos/query_manager_mice.h"
 
+#ifndef QLX_VERSION
+#define QLX_VERSION "?"  // a source compiled by itself, to look at the object
+#endif
+
 query_manager_t::query_manager_t(std::string program_name)
     : _program_name(std::move(program_name)) {
     add(
@@ -20,7 +24,7 @@ query_manager_t::query_manager_t(std::string program_name)
     add(
         "version",
         [](const std::vector<std::string>&) {
-            std::cout << "QLX Query v1.0.0\nBuild: " __DATE__ " " __TIME__ "\n";
+            std::cout << "QLX Query v" QLX_VERSION "\nBuild: " __DATE__ " " __TIME__ "\n";
             return 0;
         },
         "Displays the version");

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -90,13 +91,23 @@ void parse_until_fault(const std::string& text, nlohmann::json& value) {
     }
 }
 
-}  // namespace
+// The JSON text as the library writes it with an indentation of 4; but its values ask for memory
+// when they are destroyed, and where there is none the process would end before the file is
+// written.
+std::string text_of_rights(bool accessibility, bool input_monitoring) {
+    return fmt::format("{{\n    \"accessibility\": {},\n    \"input_monitoring\": {}\n}}",
+                       accessibility, input_monitoring);
+}
 
-const std::string file_path_rights = path_of_rights_file();
+// Takes a file away when it ends, without asking for memory.
+struct removed_at_end_t {
+    const std::string& path;
+    ~removed_at_end_t() { unlink(path.c_str()); }
+};
 
-void write_rights_to_file(bool accessibility, bool input_monitoring, const std::string& path) {
-    const nlohmann::json rights{{"accessibility", accessibility},
-                                {"input_monitoring", input_monitoring}};
+// Throws std::bad_alloc.
+void write_rights(bool accessibility, bool input_monitoring, const std::string& path) {
+    const std::string rights = text_of_rights(accessibility, input_monitoring);
     const std::string temporary = path + ".tmp";
     // All writers share one temporary file, and opening it empties it. So they take turns by a lock
     // on the folder, from before the opening until after the rename: the lock on the temporary file
@@ -120,16 +131,28 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
     }
     try {
         lock(file, LOCK_EX, longest_wait_for_file);
-        write_file(file, rights.dump(4));
+        write_file(file, rights);
         synchronize(file);
         unlock(file);
         file.close();
         std::filesystem::rename(temporary, path);
         QLX_LOG_INFO("Rights status written to {}", path);
     } catch (const std::exception& error) {
+        // The line asks for memory, which may be what has failed.
+        const removed_at_end_t goes_all_the_same{temporary};
         QLX_LOG_ERROR("Failed to write rights status to {}: {}", path, error.what());
-        std::error_code ignored;
-        std::filesystem::remove(temporary, ignored);
+    }
+}
+
+}  // namespace
+
+const std::string file_path_rights = path_of_rights_file();
+
+void write_rights_to_file(bool accessibility, bool input_monitoring, const std::string& path) {
+    try {
+        write_rights(accessibility, input_monitoring, path);
+    } catch (const std::exception& error) {
+        QLX_LOG_ERROR("Failed to write rights status to {}: {}", path, error.what());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <ApplicationServices/ApplicationServices.h>
 #include <CoreFoundation/CoreFoundation.h>
+#include <sys/stat.h>
 #include <sysexits.h>
 
 #include <atomic>
@@ -101,7 +102,6 @@ class quit_timer_t {
                                  quit_check_interval, 0, 0, quit_timer_cb, &context));
         if (!g_quit_timer) {
             // Nothing could ever stop the daemon.
-            QLX_LOG_ERROR("CFRunLoopTimerCreate failed");
             throw std::runtime_error("CFRunLoopTimerCreate failed");
         }
         CFRunLoopAddTimer(CFRunLoopGetMain(), g_quit_timer.get(), kCFRunLoopCommonModes);
@@ -157,9 +157,10 @@ bool permissions_granted() {
     return true;
 }
 
-}  // namespace
-
-int run_daemon() {
+int run() {
+    // A mask that takes the user's own rights away would lock the next start out of the log, and
+    // the front application out of the rights file.
+    umask(umask(0) & ~static_cast<mode_t>(S_IRWXU));
     utils::init_log("QlxDaemon", utils::sink_e::file);
     config_t::instance();
     const uninstall_watcher_t uninstall_watcher(on_uninstall);
@@ -184,4 +185,17 @@ int run_daemon() {
     log_noted_signals();
     QLX_LOG_INFO("Daemon stopped");
     return exit_stopped;
+}
+
+}  // namespace
+
+int run_daemon() {
+    try {
+        return run();
+    } catch (const std::exception& error) {
+        // A launcher throws standard error away and starts the daemon again for ever: its user
+        // looks for the reason in the log. Where the log is the reason, nobody hears this.
+        QLX_LOG_ERROR("Cannot start: {}", error.what());
+        throw;
+    }
 }

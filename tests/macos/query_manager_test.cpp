@@ -1,46 +1,34 @@
 #include "macos/query_manager.h"
 
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "macos/device_mappings.h"
-#include "macos/query_manager_mice.h"
 #include "support/fake_hidapi.h"
+#include "support/test.h"
 
 namespace {
 
-struct outcome_t {
-    int code;
-    std::string out;
-    std::string error;
+using fake_hidapi::interface_t;
 
-    bool operator==(const outcome_t&) const = default;
-};
-
-template <typename call_t>
-outcome_t outcome_of(const call_t& call) {
+// Its exit code and what it prints, as "0|output|errors".
+std::string outcome_of(const query_manager_t& queries, const std::string& query) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const int code = call();
-    return {code, testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
+    const std::string code = std::to_string(queries.run(query, {}));
+    const std::string output = testing::internal::GetCapturedStdout();
+    return code + "|" + output + "|" + testing::internal::GetCapturedStderr();
 }
 
-query_manager_t::handler_t answering(int code) {
-    return [code](const std::vector<std::string>&) { return code; };
-}
-
-fake_hidapi::interface_t supported(std::size_t row) {
+interface_t supported(std::size_t row, unsigned short page = 0x01, unsigned short usage = 0x02) {
     return {static_cast<unsigned short>(device_mappings[row].vendor_id),
-            static_cast<unsigned short>(device_mappings[row].product_id)};
+            static_cast<unsigned short>(device_mappings[row].product_id), page, usage};
 }
 
 }  // namespace
 
-TEST(query_manager, first_registration_of_a_name_stays) {
+TEST(query_manager, first_registration_of_a_name_stays_and_a_failure_becomes_a_message) {
     query_manager_t queries("p");
+    const auto answering = [](int code) { return [code](const auto&) { return code; }; };
     EXPECT_TRUE(queries.add("a", answering(11), "first"));
-    EXPECT_TRUE(queries.add("b", answering(22), ""));
+    EXPECT_TRUE(queries.add("b", nullptr, ""));
     EXPECT_FALSE(queries.add("a", answering(33), "second"));
     EXPECT_EQ(queries.resolve("a")->description, "first");
     EXPECT_TRUE(queries.add_alias("x", "a"));
@@ -51,46 +39,27 @@ TEST(query_manager, first_registration_of_a_name_stays) {
     EXPECT_FALSE(queries.contains("y"));
     EXPECT_TRUE(queries.add("x", answering(55), ""));
     EXPECT_EQ(queries.run("x", {}), 11) << "a name that is both is the alias";
-}
 
-TEST(query_manager, a_failure_becomes_a_message) {
-    query_manager_t queries("p");
-    const auto bad = [](const std::vector<std::string>&) -> int {
-        throw std::runtime_error("no such luck");
-    };
-    queries.add("bad", bad, "");
+    queries.add(
+        "bad", [](const auto&) -> int { throw std::runtime_error("no such luck"); }, "");
     queries.add_alias("worse", "bad");
-    queries.add("none", nullptr, "");
-    EXPECT_EQ(outcome_of([&] { return queries.run("worse", {}); }),
-              (outcome_t{1, "", "Error: exception in handler 'worse': no such luck\n"}));
-    EXPECT_EQ(queries.run("none", {}), 1);
-    EXPECT_EQ(outcome_of([] { return print_answer(nullptr, "some_source()"); }),
-              (outcome_t{1, "", "Error: some_source() returned NULL\n"}));
+    EXPECT_EQ(outcome_of(queries, "worse"),
+              "1||Error: exception in handler 'worse': no such luck\n");
+    EXPECT_EQ(queries.run("b", {}), 1);
 }
 
 TEST(list_mice, supported_models_are_listed_once_and_nothing_stays_open) {
-    auto keyboard = supported(0);
-    keyboard.usage = 0x06;
-    auto other_page = supported(0);
-    other_page.usage_page = 0x0C;
-    auto mixed = supported(0);  // the vendor of one row with the product of another
+    interface_t mixed = supported(0);  // the vendor of one row with the product of another
     mixed.product_id = supported(2).product_id;
-    const struct {
-        std::vector<fake_hidapi::interface_t> attached;
-        bool refuses_to_start;
-        std::string out;
-    } cases[] = {
-        {{}, false, "[]\n"},
-        {{keyboard, other_page, mixed}, false, "[]\n"},
-        {{keyboard, supported(4)}, false, "[1]\n"},
-        {{supported(2), {0xFFFE, 0x0001}, supported(0), supported(0)}, false, "[1]\n"},
-        {{supported(0)}, true, "[]\n"},
+    const std::tuple<std::vector<interface_t>, bool, std::string> cases[] = {
+        {{supported(0, 0x01, 0x06), supported(0, 0x0C), mixed}, false, "[]"},
+        {{supported(2), {0xFFFE, 0x0001}, supported(0), supported(0)}, false, "[1]"},
+        {{supported(0)}, true, "[]"},
     };
-    for (const auto& [attached, refuses_to_start, out] : cases) {
+    for (const auto& [attached, refuses_to_start, numbers] : cases) {
         fake_hidapi::attached = attached;
         fake_hidapi::refuses_to_start = refuses_to_start;
-        EXPECT_EQ(outcome_of([] { return query_manager_t("p").run("list-mice", {}); }),
-                  (outcome_t{0, out, ""}));
+        EXPECT_EQ(outcome_of(query_manager_t("p"), "list-mice"), "0|" + numbers + "\n|");
         EXPECT_EQ(fake_hidapi::sessions_open, 0U);
     }
 }

@@ -1,269 +1,184 @@
 #include <ApplicationServices/ApplicationServices.h>
-#include <gtest/gtest.h>
+#include <IOKit/graphics/IOGraphicsLib.h>
 
-#include <chrono>
-#include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include "control/desktop.h"
-#include "control/input.h"
-#include "control/objects.h"
-#include "control/permissions.h"
+#include "simulator/desktop_test.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using simulator::event_outcome_e;
-using simulator::permission_e;
 using simulator::run_loop_e;
 using simulator::settle;
-
-constexpr auto enough_patience = 30s;  // for events that the test answers
 
 constexpr CGEventMask downs = CGEventMaskBit(kCGEventOtherMouseDown);
 constexpr CGEventMask ups = CGEventMaskBit(kCGEventOtherMouseUp);
 constexpr CGEventMask keys = CGEventMaskBit(kCGEventKeyDown);
 
-// A tap of the test's thread, which notes what it is called with.
-class recording_tap_t {
-  public:
-    recording_tap_t(std::string tap_name, CGEventMask mask, std::vector<std::string>& log)
-        : _name(std::move(tap_name)), _log(log) {
-        _port = CGEventTapCreate(kCGHIDEventTap, kCGHeadInsertEventTap, kCGEventTapOptionDefault,
-                                 mask, &_called, this);
-        if (_port != nullptr) {
-            _source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, _port, 0);
-        }
-    }
+// A tap of the test's thread, which notes what it is called with: its name for an event, 't' for
+// disabled as too late, 'd' for disabled as forbidden.
+struct recording_tap_t {
+    recording_tap_t(char tap_name, CGEventMask mask, std::string& notes)
+        : port(CGEventTapCreate(kCGHIDEventTap, kCGHeadInsertEventTap, kCGEventTapOptionDefault,
+                                mask, &called, this)),
+          name(tap_name),
+          log(notes) {}
     recording_tap_t(const recording_tap_t&) = delete;
-    recording_tap_t& operator=(const recording_tap_t&) = delete;
     ~recording_tap_t() {
-        if (_port != nullptr) {
-            CFMachPortInvalidate(_port);
-            CFRelease(_source);
-            CFRelease(_port);
-        }
+        CFMachPortInvalidate(port);
+        CFRelease(port);
     }
 
     recording_tap_t& schedule() {
-        CFRunLoopAddSource(CFRunLoopGetCurrent(), _source, kCFRunLoopCommonModes);
+        const auto source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+        CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopCommonModes);
+        CFRelease(source);
         return *this;
     }
-    CFMachPortRef port() const { return _port; }
+    static CGEventRef called(CGEventTapProxy, CGEventType type, CGEventRef event, void* self) {
+        auto& tap = *static_cast<recording_tap_t*>(self);
+        tap.log += type == kCGEventTapDisabledByTimeout     ? 't'
+                   : type == kCGEventTapDisabledByUserInput ? 'd'
+                                                            : tap.name;
+        return event == nullptr ? nullptr : tap.decide(event);
+    }
 
+    const CFMachPortRef port;
+    const char name;
+    std::string& log;
     // What becomes of an event; it passes when nothing else is said.
     std::function<CGEventRef(CGEventRef)> decide = [](CGEventRef event) { return event; };
-
-  private:
-    static CGEventRef _called(CGEventTapProxy, CGEventType type, CGEventRef event, void* self) {
-        auto& tap = *static_cast<recording_tap_t*>(self);
-        if (type == kCGEventTapDisabledByTimeout || type == kCGEventTapDisabledByUserInput) {
-            const bool late = type == kCGEventTapDisabledByTimeout;
-            tap._log.push_back(tap._name + (late ? " timed out" : " disabled"));
-            return event;
-        }
-        tap._log.push_back(tap._name + " " + std::to_string(type));
-        return tap.decide(event);
-    }
-
-    std::string _name;
-    std::vector<std::string>& _log;
-    CFMachPortRef _port = nullptr;
-    CFRunLoopSourceRef _source = nullptr;
 };
 
-using fates_t = std::vector<event_outcome_e>;
+void post_key() {
+    const CGEventRef key = CGEventCreateKeyboardEvent(nullptr, 8, true);
+    CGEventPost(kCGSessionEventTap, key);
+    CFRelease(key);
+}
 
-class quartz_test : public testing::Test {
+class quartz_test : public desktop_test {
   protected:
-    quartz_test() {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        simulator::set_tap_patience(enough_patience);
-        mouse = simulator::connect({.name = "mouse", .keyboard = simulator::keyboard_pairs});
-    }
+    quartz_test() { simulator::set_tap_patience(30s); }  // for events that the test answers
 
-    void TearDown() override {
+    // What became of all that the desktop saw, in order: 'd'elivered or 's'wallowed.
+    static std::string fates_when_quiet() {
         EXPECT_TRUE(settle(run_loop_e::run));
-        EXPECT_EQ(simulator::objects_alive(), std::vector<std::string>());
-        EXPECT_EQ(simulator::taps_alive(), 0U);
-        simulator::shut_down();
-    }
-
-    // What became of all that the desktop saw.
-    static fates_t fates() {
-        fates_t all;
+        std::string all;
         for (const auto& event : simulator::events()) {
-            all.push_back(event.outcome);
+            all += event.outcome == simulator::event_outcome_e::delivered ? 'd' : 's';
         }
         return all;
     }
-    static fates_t fates_when_quiet() {
-        EXPECT_TRUE(settle(run_loop_e::run));
-        return fates();
-    }
 
-    simulator::device_id_t mouse = 0;
-    std::vector<std::string> log;
+    const simulator::device_id_t mouse =
+        simulator::connect({.name = "mouse", .keyboard = simulator::keyboard_pairs});
+    std::string log;
 };
 
-void post_a_key() {
-    const CGEventRef event = CGEventCreateKeyboardEvent(nullptr, 8, true);
-    CGEventPost(kCGSessionEventTap, event);
-    CFRelease(event);
-}
-
 TEST_F(quartz_test, taps_see_what_they_ask_for_the_last_one_first) {
-    recording_tap_t first("first", downs | keys, log);
-    recording_tap_t second("second", downs | ups, log);
+    recording_tap_t first('1', downs | keys, log), second('2', downs | ups, log);
     first.schedule();
-    second.schedule();
-    second.decide = [](CGEventRef event) {
+    second.schedule().decide = [this](CGEventRef event) {
+        log += "(" + std::to_string(simulator::events().size()) + " have come)";
         return CGEventGetIntegerValueField(event, kCGMouseEventButtonNumber) == 4 ? nullptr : event;
     };
-    simulator::press(mouse, 3);
     simulator::press(mouse, 4);
-    simulator::release(mouse, 3);
     simulator::press_key(mouse, 123);
     simulator::press(mouse, 0);
-
-    EXPECT_EQ(fates_when_quiet(), (fates_t{event_outcome_e::delivered, event_outcome_e::swallowed,
-                                           event_outcome_e::delivered, event_outcome_e::delivered,
-                                           event_outcome_e::delivered}));
-    EXPECT_EQ(log, (std::vector<std::string>{"second 25", "first 25", "second 25", "second 26",
-                                             "first 10"}));
-
-    log.clear();
-    CGEventTapEnable(second.port(), false);
-    simulator::press(mouse, 4);
-    EXPECT_EQ(fates_when_quiet().back(), event_outcome_e::delivered);
-    EXPECT_EQ(log, std::vector<std::string>{"first 25"});
-}
-
-TEST_F(quartz_test, the_events_of_a_burst_wait_together) {
-    recording_tap_t tap("tap", downs | ups, log);
-    tap.schedule().decide = [&](CGEventRef event) {
-        log.push_back(std::to_string(simulator::events().size()) + " have come");
-        return event;
-    };
+    EXPECT_EQ(fates_when_quiet(), "sdd");
+    EXPECT_EQ(std::exchange(log, {}), "2(1 have come)1");
     simulator::burst([this] {
         simulator::press(mouse, 3);
         simulator::release(mouse, 3);
     });
-    EXPECT_EQ(fates_when_quiet(), fates_t(2, event_outcome_e::delivered));
-    EXPECT_EQ(log, (std::vector<std::string>{"tap 25", "2 have come", "tap 26", "2 have come"}));
+    EXPECT_EQ(fates_when_quiet(), "sdddd");
+    EXPECT_EQ(std::exchange(log, {}), "2(5 have come)2(5 have come)1");
 }
 
-TEST_F(quartz_test, a_tap_that_answers_too_late_is_disabled_and_told_so) {
-    recording_tap_t tap("tap", downs, log);
-    tap.schedule();
+TEST_F(quartz_test, a_tap_that_is_too_late_or_forbidden_is_disabled_and_told_so) {
+    recording_tap_t tap('1', downs, log);
     tap.decide = [](CGEventRef) -> CGEventRef { return nullptr; };
-    simulator::set_tap_patience(50ms);
-    simulator::hold_next_tap_callback();
-    std::thread hand([this] {
-        simulator::press(mouse, 3);
-        while (simulator::taps_enabled() == 1) {
-            std::this_thread::sleep_for(1ms);
-        }
-        simulator::press(mouse, 4);
-        simulator::let_tap_callbacks_go();
-    });
-    while (log.size() < 2) {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.01, true);
-    }
-    hand.join();
-    EXPECT_EQ(fates_when_quiet(),
-              (fates_t{event_outcome_e::delivered, event_outcome_e::delivered}));
-    EXPECT_EQ(log, (std::vector<std::string>{"tap 25", "tap timed out"}));
-
-    simulator::set_tap_patience(enough_patience);
-    CGEventTapEnable(tap.port(), true);
-    simulator::press(mouse, 3);
-    EXPECT_EQ(fates_when_quiet().back(), event_outcome_e::swallowed);
-}
-
-TEST_F(quartz_test, nobody_waits_for_a_tap_that_is_not_served_or_gone) {
-    {
-        recording_tap_t tap("tap", downs, log);
-        tap.schedule();
-        simulator::press(mouse, 3);
-        EXPECT_FALSE(settle(run_loop_e::leave, 5ms));
-        CFMachPortInvalidate(tap.port());
-        EXPECT_TRUE(settle(run_loop_e::leave));
-        CGEventTapEnable(tap.port(), true);
-        EXPECT_EQ(simulator::taps_alive(), 0U);
-    }
-    recording_tap_t tap("tap", downs, log);
     simulator::set_tap_patience(20ms);
     simulator::press(mouse, 3);
-    ASSERT_TRUE(settle(run_loop_e::leave));
-    EXPECT_EQ(simulator::taps_enabled(), 0U);
-    EXPECT_EQ(fates(), (fates_t{event_outcome_e::delivered, event_outcome_e::delivered}));
-    EXPECT_TRUE(log.empty());
+    ASSERT_TRUE(settle(run_loop_e::leave) && simulator::taps_enabled() == 0) << "unserved";
     tap.schedule();
-    ASSERT_TRUE(settle(run_loop_e::run));
-    EXPECT_EQ(log, (std::vector<std::string>{"tap 25", "tap timed out"}));
-}
-
-TEST_F(quartz_test, revoked_accessibility_disables_taps_and_refuses_new_ones_and_posting) {
-    recording_tap_t tap("tap", downs, log);
-    tap.schedule();
-    simulator::revoke(permission_e::accessibility);
-    EXPECT_TRUE(settle(run_loop_e::run));
-    EXPECT_TRUE(log.empty());  // told with the next event that it would have seen
-    EXPECT_EQ(simulator::taps_enabled(), 0U);
-    CGEventTapEnable(tap.port(), true);
-    EXPECT_EQ(simulator::taps_enabled(), 0U);
-    EXPECT_EQ(recording_tap_t("refused", keys, log).port(), nullptr);
-    post_a_key();
+    simulator::press(mouse, 4);
+    EXPECT_EQ(fates_when_quiet(), "dd");
+    EXPECT_EQ(log, "1t");
+    simulator::set_tap_patience(30s);
+    CGEventTapEnable(tap.port, true);
     simulator::press(mouse, 3);
-    EXPECT_EQ(fates_when_quiet().size(), 1U);
-    EXPECT_EQ(log, std::vector<std::string>{"tap disabled"});
+    EXPECT_EQ(fates_when_quiet(), "dds");
+    simulator::revoke(simulator::permission_e::accessibility);
+    EXPECT_TRUE(settle(run_loop_e::run) && log == "1t1") << "told with the next event";
+    CGEventTapEnable(tap.port, true);
+    EXPECT_EQ(simulator::taps_enabled(), 0U);
+    post_key();
+    simulator::press(mouse, 3);
+    EXPECT_EQ(fates_when_quiet(), "ddsd") << "nothing is posted";
+    EXPECT_EQ(log, "1t1d");
+    simulator::grant(simulator::permission_e::accessibility);
+    CGEventTapEnable(tap.port, true);
+    simulator::press(mouse, 3);
+    EXPECT_FALSE(settle(run_loop_e::leave, 5ms));
+    CFMachPortInvalidate(tap.port);
+    EXPECT_TRUE(settle(run_loop_e::leave)) << "nobody waits for a tap that is gone";
+    CGEventTapEnable(tap.port, true);
 }
 
-TEST_F(quartz_test, events_come_from_a_storm_of_hands_while_taps_come_and_go) {
-    std::vector<std::thread> hands;
-    for (int hand = 0; hand < 2; ++hand) {
-        hands.emplace_back([this] {
-            for (int i = 0; i < 100; ++i) {
-                simulator::press(mouse, 3);
-                simulator::release(mouse, 3);
-                post_a_key();
-            }
-        });
-    }
-    for (int i = 0; i < 20; ++i) {
-        recording_tap_t tap("tap", downs, log);
-        tap.schedule();
-        for (int event = 0; event < 5; ++event) {
-            CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.001, true);
+io_service_t find_display() {
+    io_iterator_t services = IO_OBJECT_NULL;
+    IOServiceGetMatchingServices(kIOMainPortDefault, IOServiceMatching("IODisplayConnect"),
+                                 &services);
+    const io_service_t service = IOIteratorNext(services);
+    IOObjectRelease(services);
+    return service;
+}
+
+TEST_F(quartz_test, taps_and_displays_may_change_while_the_program_acts) {
+    const auto screen = simulator::usual_display("Screen", 1, 2);
+    auto connected = simulator::connect_display(screen);
+    std::atomic<bool> stop = false;
+    std::size_t pressed = 0;
+    std::thread hand([&] {
+        for (; !stop || pressed == 0; ++pressed) {
+            simulator::press(mouse, 3);
+            simulator::disconnect_display(
+                std::exchange(connected, simulator::connect_display(screen)));
         }
+    });
+    for (int round = 0; round < 50; ++round) {
+        recording_tap_t tap('1', downs, log);
+        tap.schedule();
+        post_key();
+        const io_service_t display = find_display();
+        IODisplaySetFloatParameter(display, 0, CFSTR("brightness"), 0.5F);
+        IOObjectRelease(display);
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.001, true);
     }
-    for (auto& hand : hands) {
-        hand.join();
-    }
-    EXPECT_EQ(fates_when_quiet().size(), 600U);
+    stop = true;
+    hand.join();
+    EXPECT_EQ(fates_when_quiet().size(), pressed + 50);
+    EXPECT_EQ(simulator::brightness_writes().size(), 50U);
 }
 
-TEST_F(quartz_test, mistakes_end_the_program) {
+TEST_F(quartz_test, handles_are_counted_and_mistakes_end_the_program) {
+    simulator::connect_display(simulator::usual_display("A", 1, 2));
+    const io_service_t display = find_display();
+    find_display();
+    EXPECT_EQ(simulator::objects_alive(),
+              lines_t{"IOKit handle of the service of A from IOIteratorNext, retained 2"});
+    EXPECT_DEATH(IOIteratorNext(display), "IOIteratorNext: the handle is of something");
+    IOObjectRelease(display);
+    IOObjectRelease(display);
+    EXPECT_DEATH(IOObjectRelease(display), "IOObjectRelease: the handle is dead");
+    EXPECT_DEATH(IOObjectRelease(IO_OBJECT_NULL), "IOObjectRelease: the handle is null");
+
     const CGEventRef event = CGEventCreate(nullptr);
-    const auto answer_with = [this](const std::function<CGEventRef(CGEventRef)>& answer) {
-        recording_tap_t tap("tap", downs, log);
-        tap.schedule().decide = answer;
-        simulator::press(mouse, 3);
-        settle(run_loop_e::run);
-    };
+    recording_tap_t tap('1', downs, log);
+    tap.schedule().decide = [event](CGEventRef) { return event; };
     EXPECT_DEATH(CGEventPost(kCGSessionEventTap, event), "CGEventPost: not modelled");
     EXPECT_DEATH(CGEventGetIntegerValueField(event, static_cast<CGEventField>(0)),
                  "CGEventGetIntegerValueField: not modelled: field 0");
-    EXPECT_DEATH(answer_with([event](CGEventRef) { return event; }), "another event");
-    EXPECT_DEATH(answer_with([](CGEventRef lent) {
-                     CFRelease(lent);
-                     return lent;
-                 }),
-                 "an event tap's callback: the reference is dead");
+    EXPECT_DEATH((simulator::press(mouse, 3), settle(run_loop_e::run)), "another event");
     EXPECT_DEATH(simulator::press(mouse + 1, 0), "press: no such device");
     CFRelease(event);
 }

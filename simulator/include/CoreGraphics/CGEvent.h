@@ -16,6 +16,8 @@ CGEventRef CGEventCreateScrollWheelEvent(CGEventSourceRef source, CGScrollEventU
 
 CGPoint CGEventGetLocation(CGEventRef event);
 void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
+CGEventType CGEventGetType(CGEventRef event);
+void CGEventSetType(CGEventRef event, CGEventType type);
 std::int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field);
 void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, std::int64_t value);
 

@@ -19,11 +19,3 @@ struct CGRect {
     CGPoint origin;
     CGSize size;
 };
-
-inline CGPoint CGPointMake(CGFloat x, CGFloat y) {
-    return CGPoint{x, y};
-}
-
-inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
-    return CGRect{{x, y}, {width, height}};
-}

@@ -3,8 +3,6 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <sys/types.h>
 
-#include <HIServices/AXActionConstants.h>
-#include <HIServices/AXAttributeConstants.h>
 #include <HIServices/AXError.h>
 
 // An element of a user interface that belongs, as a rule, to another process. A Core Foundation

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "control/objects.h"
+
 namespace simulator {
 
 // Ends the program (abort) with "<function>: <what>" on standard error: the caller broke a rule of
@@ -11,9 +13,5 @@ namespace simulator {
 // Ends the program with "<function>: not modelled: <what>": the caller did something that may be
 // right on a Mac but that this desktop does not know.
 [[noreturn]] void not_modelled(std::string_view function, std::string_view what);
-
-// True when the control interface asked that the next call of `function` fails; uses the request
-// up.
-bool shall_fail(std::string_view function);
 
 }  // namespace simulator

@@ -1,5 +1,6 @@
 #include "core/object.h"
 
+#include <algorithm>
 #include <deque>
 #include <mutex>
 #include <new>
@@ -7,6 +8,7 @@
 #include <unordered_map>
 
 #include "control/objects.h"
+#include "core/calls.h"
 #include "core/failure.h"
 #include "iokit/io_objects.h"
 
@@ -172,6 +174,7 @@ std::vector<std::string> objects_alive() {
                             entry.function + ", retained " + std::to_string(entry.owners));
         }
     }
+    std::sort(lines.begin(), lines.end());
     return lines;
 }
 
@@ -187,6 +190,7 @@ CFTypeRef CFRetain(CFTypeRef reference) {
 }
 
 void CFRelease(CFTypeRef reference) {
+    const simulator::call_t call(__func__);
     simulator::release(reference, "CFRelease");
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core_foundation/run_loop.h"
 #include "core_foundation/values.h"
@@ -43,6 +44,7 @@ CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMac
 }
 
 void CFMachPortInvalidate(CFMachPortRef port) {
+    const simulator::call_t call(__func__);
     auto& object = object_of<simulator::mach_port_t>(port, __func__);
     // The source, which goes, may be all that keeps the port.
     const simulator::retained_t<simulator::mach_port_t> kept(port);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "control/desktop.h"
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core/message_source.h"
 #include "core_foundation/run_loop.h"
@@ -239,6 +240,7 @@ void CFRunLoopRun() {
 
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                       Boolean return_after_source_handled) {
+    const simulator::call_t call(__func__);
     if (mode != kCFRunLoopDefaultMode) {
         simulator::not_modelled(__func__, "a mode other than the default");
     }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core/message_source.h"
 #include "core_foundation/run_loop.h"
@@ -148,6 +149,7 @@ void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopM
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode) {
+    const simulator::call_t call(__func__);
     const auto& object = object_of<simulator::run_loop_source_t>(source, __func__);
     simulator::remove_source(simulator::loop_of(loop, __func__), object.messages()->state(), mode,
                              __func__);

@@ -75,6 +75,9 @@ CFTypeRef IOHIDDeviceGetProperty(IOHIDDeviceRef device, CFStringRef key) {
     if (name != kIOHIDVendorIDKey && name != kIOHIDProductIDKey) {
         simulator::not_modelled(__func__, "property " + name);
     }
+    if (simulator::shall_fail(__func__)) {
+        return nullptr;
+    }
     return known.interface->property(name);
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "core/calls.h"
 #include "core/failure.h"
 #include "core/permissions.h"
 #include "core_foundation/values.h"
@@ -341,6 +342,9 @@ IOHIDManagerRef IOHIDManagerCreate(CFAllocatorRef allocator, IOOptionBits option
 IOReturn IOHIDManagerOpen(IOHIDManagerRef manager, IOOptionBits options) {
     manager_state_t& state = state_of(manager, __func__);
     expect_no_options(options, __func__);
+    if (simulator::shall_fail(__func__)) {
+        return kIOReturnError;
+    }
     std::vector<simulator::hid_device_t*> devices;
     {
         const std::lock_guard lock(state.mutex);
@@ -356,6 +360,7 @@ IOReturn IOHIDManagerOpen(IOHIDManagerRef manager, IOOptionBits options) {
 }
 
 IOReturn IOHIDManagerClose(IOHIDManagerRef manager, IOOptionBits options) {
+    const simulator::call_t call(__func__);
     manager_state_t& state = state_of(manager, __func__);
     expect_no_options(options, __func__);
     const std::lock_guard lock(state.mutex);
@@ -387,6 +392,7 @@ void IOHIDManagerScheduleWithRunLoop(IOHIDManagerRef manager, CFRunLoopRef runLo
 
 void IOHIDManagerUnscheduleFromRunLoop(IOHIDManagerRef manager, CFRunLoopRef runLoop,
                                        CFStringRef runLoopMode) {
+    const simulator::call_t call(__func__);
     manager_state_t& state = state_of(manager, __func__);
     const std::lock_guard lock(state.mutex);
     if (state.loop == runLoop && state.mode == runLoopMode) {

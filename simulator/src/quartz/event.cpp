@@ -179,6 +179,18 @@ void CGEventSetFlags(CGEventRef event, CGEventFlags flags) {
     object_of<event_t>(event, __func__).values.flags = flags;
 }
 
+CGEventType CGEventGetType(CGEventRef event) {
+    return object_of<event_t>(event, __func__).values.type;
+}
+
+void CGEventSetType(CGEventRef event, CGEventType type) {
+    auto& values = object_of<event_t>(event, __func__).values;
+    if (!simulator::is_key_event(values.type) || !simulator::is_key_event(type)) {
+        simulator::not_modelled(__func__, "between other events than those of keys");
+    }
+    values.type = type;
+}
+
 std::int64_t CGEventGetIntegerValueField(CGEventRef event, CGEventField field) {
     if (field == kCGScrollWheelEventIsContinuous) {
         return object_of<event_t>(event, __func__).values.scroll.continuous ? 1 : 0;

@@ -325,6 +325,7 @@ CFMachPortRef CGEventTapCreate(CGEventTapLocation tap, CGEventTapPlacement place
 }
 
 void CGEventTapEnable(CFMachPortRef tap, bool enable) {
+    const simulator::call_t call(__func__);
     const auto& messages = simulator::object_of<mach_port_t>(tap, __func__).messages();
     for (const auto& one : taps_t::instance().all()) {
         if (one->messages == messages) {

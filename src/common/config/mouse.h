@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -35,20 +36,23 @@ struct cache_key_hash_t {
 };
 
 // The profile of one mouse model: the bindings of every configured application, by the normal form
-// of its name, and under "default" those of all others. A value. Not synchronised: get_action fills
-// a cache.
+// of its name, and under "default" those of all others. It is moved, not copied. Not synchronised:
+// get_action remembers.
 class mouse_t {
   public:
     // The keys are names in normal form (ASCII letters in lower case and digits); another key is
     // never found.
     explicit mouse_t(std::unordered_map<std::string, config_mouse_t> app_configs);
+    mouse_t(mouse_t&&) = default;
+    mouse_t& operator=(mouse_t&&) = default;
 
     // Builds the profile from a mouse entry of the settings file, whose input keys are decimal
     // text; "type" is not read here. The first action of a list counts, and of two names or keys
     // that mean the same the later in byte order wins. Throws for an entry that cannot be used:
     // nlohmann::json::out_of_range (no "appConfigs"), nlohmann::json::type_error (a list that is
     // none, an "action" that is neither number nor boolean), std::invalid_argument and
-    // std::out_of_range (an input key that is no int, or a plain value in place of an object).
+    // std::out_of_range (an input key that is no int, or a plain value in place of an object); the
+    // text of these two names the place.
     static mouse_t from_json(const nlohmann::json& entry);
 
     // The action bound to `input` in the application `app_name` (a process name as the system
@@ -67,10 +71,20 @@ class mouse_t {
     static std::string _normalize_app_name(std::string_view name);
 
     // The entry that applies to an application, given the normal form of its name; null for none.
-    // Valid as long as the profile.
+    // Valid as long as the profile, wherever it is moved.
+    const config_mouse_t* _app_config_of(const std::string& normal_name);
+    // The same, found anew: by looking up the parts of the name, which are few, not by going
+    // through all entries.
     const config_mouse_t* _resolve_app_config(const std::string& normal_name) const;
+    // The entry, "default" aside, with the longest name that stands in this one; of equally long
+    // ones the first in byte order.
+    const config_mouse_t* _find_longest_within(const std::string& normal_name,
+                                               bool at_the_start) const;
     const config_mouse_t* _find_app_config(const std::string& key) const;
 
-    std::unordered_map<std::string, config_mouse_t> _app_configs;
+    std::unordered_map<std::string, config_mouse_t> _app_configs;  // never changed once built
+    std::set<std::size_t, std::greater<>> _name_lengths;           // of its names, empty ones aside
     std::unordered_map<cache_key_t, action_t, cache_key_hash_t> _cache;  // bound answers only
+    // By the normal form of a name, the entry that applies, of _app_configs.
+    std::unordered_map<std::string, const config_mouse_t*> _resolved;
 };

@@ -1,5 +1,0 @@
-#pragma once
-
-#include <CoreFoundation/CFString.h>
-
-#define kAXPressAction CFSTR("AXPress")
