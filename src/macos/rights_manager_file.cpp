@@ -8,14 +8,13 @@
 #include <cstddef>
 #include <exception>
 #include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
 
 #include "common/config/config.h"
-#include "common/json_nesting.h"
+#include "common/json_text.h"
 #include "common/log/log.h"
 #include "common/regular_file.h"
 #include "macos/rights_manager.h"
@@ -76,19 +75,7 @@ std::string text_of(const descriptor_t& file) {
     if (text.size() > size_limit) {
         throw std::runtime_error("larger than " + std::to_string(size_limit) + " bytes");
     }
-    if (nests_deeper_than(nesting_limit, text)) {
-        throw std::runtime_error("nested deeper than " + std::to_string(nesting_limit) + " levels");
-    }
     return text;
-}
-
-// Reads into `value` what comes before the fault of a text that is not JSON.
-void parse_until_fault(const std::string& text, nlohmann::json& value) {
-    try {
-        std::istringstream(text) >> value;
-    } catch (const nlohmann::json::exception&) {
-        // The caller has reported it.
-    }
 }
 
 // The JSON text as the library writes it with an indentation of 4; but its values ask for memory
@@ -157,21 +144,21 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
 }
 
 nlohmann::json read_rights_from_file(const std::string& path) {
-    nlohmann::json rights{{"accessibility", false}, {"input_monitoring", false}};
+    nlohmann::json none{{"accessibility", false}, {"input_monitoring", false}};
     const descriptor_t file = open_regular_file(path, O_RDONLY);
     if (!file.is_open()) {
-        return rights;
+        return none;
     }
+    nlohmann::json rights = none;
     lock(file, LOCK_SH, longest_wait_for_file);
-    std::string text;
     try {
-        text = text_of(file);
-        rights = nlohmann::json::parse(text);
+        parse_json(text_of(file), nesting_limit, rights);
     } catch (const nlohmann::json::exception& error) {
+        // What came before the fault counts.
         QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
-        parse_until_fault(text, rights);
     } catch (const std::exception& error) {
         QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
+        rights.swap(none);
     }
     unlock(file);
     return rights;

@@ -4,7 +4,7 @@
 
 #include <system_error>
 
-#include "common/json_nesting.h"
+#include "common/json_text.h"
 #include "common/regular_file.h"
 
 std::optional<std::string> read_config_file(const std::filesystem::path& path) {
@@ -23,14 +23,14 @@ nlohmann::json parse_config(const std::string& text) {
     if (text.size() > config_size_limit) {
         throw invalid_config_t("larger than " + std::to_string(config_size_limit) + " bytes");
     }
-    if (nests_deeper_than(config_nesting_limit, text)) {
-        throw invalid_config_t("nested deeper than " + std::to_string(config_nesting_limit) +
-                               " levels");
-    }
     try {
-        return nlohmann::json::parse(text);
+        nlohmann::json document;
+        parse_json(text, config_nesting_limit, document);
+        return document;
     } catch (const nlohmann::json::exception& error) {
         // A syntax error, or a number that is too large even for a double.
+        throw invalid_config_t(error.what());
+    } catch (const std::length_error& error) {
         throw invalid_config_t(error.what());
     }
 }

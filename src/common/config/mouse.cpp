@@ -1,5 +1,6 @@
 #include "common/config/mouse.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -11,8 +12,11 @@ const action_t* find_binding(const config_mouse_t* config, input_value_e input) 
     if (config == nullptr) {
         return nullptr;
     }
-    const auto binding = config->bindings.find(input);
-    return binding == config->bindings.end() ? nullptr : &binding->second;
+    const auto binding =
+        std::lower_bound(config->bindings.begin(), config->bindings.end(), input,
+                         [](const auto& one, input_value_e wanted) { return one.first < wanted; });
+    return binding == config->bindings.end() || binding->first != input ? nullptr
+                                                                        : &binding->second;
 }
 
 // A text of the file as it stands there: what is in it must not break the line of the log.
@@ -40,6 +44,8 @@ config_mouse_t config_from_json(const nlohmann::json& app_entry, const std::stri
         throw std::invalid_argument("the entry of " + quoted(app) + " is no object");
     }
     config_mouse_t config;
+    auto& bindings = config.bindings;
+    bindings.reserve(app_entry.size());
     for (const auto& [key, list] : app_entry.items()) {
         // Before the list is looked at: a key that is no number is an error even when it binds
         // nothing.
@@ -48,8 +54,12 @@ config_mouse_t config_from_json(const nlohmann::json& app_entry, const std::stri
             continue;
         }
         const nlohmann::json& first = list[std::size_t{0}];
-        config.bindings.insert_or_assign(input, make_action(first));
+        bindings.emplace_back(input, make_action(first));
     }
+    // From the last to the first, so that of equal inputs the later one is found.
+    std::reverse(bindings.begin(), bindings.end());
+    std::stable_sort(bindings.begin(), bindings.end(),
+                     [](const auto& one, const auto& other) { return one.first < other.first; });
     return config;
 }
 
@@ -99,15 +109,16 @@ action_t mouse_t::get_action(input_value_e input, const std::string& app_name) {
 }
 
 std::string mouse_t::_normalize_app_name(std::string_view name) {
-    std::string normal;
-    normal.reserve(name.size());
+    std::string normal(name.size(), '\0');
+    std::size_t size = 0;
     for (const char c : name) {
         if (c >= 'A' && c <= 'Z') {
-            normal.push_back(static_cast<char>(c - 'A' + 'a'));
+            normal[size++] = static_cast<char>(c - 'A' + 'a');
         } else if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) {
-            normal.push_back(c);
+            normal[size++] = c;
         }
     }
+    normal.resize(size);
     return normal;
 }
 

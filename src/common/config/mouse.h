@@ -8,13 +8,17 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "common/action.h"
 #include "common/input_value.h"
 
-// What the user bound in one application.
+// What the user bound in one application, in ascending order of the inputs; of equal ones the first
+// counts, and one that is missing is unbound. In one piece of memory: a hash table for each of ten
+// thousand applications would be most of what a reload costs beyond parsing.
 struct config_mouse_t {
-    std::unordered_map<input_value_e, action_t> bindings;  // an input that is missing is unbound
+    std::vector<std::pair<input_value_e, action_t>> bindings;
 };
 
 // What an action was asked for; names that mean the same application share the answer.

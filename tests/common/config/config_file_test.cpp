@@ -16,13 +16,23 @@ TEST(config_file, texts_that_are_no_document_or_too_large_are_refused_with_the_r
     const std::string close(config_nesting_limit, ']');
     EXPECT_EQ(refusal(open + close), "none");
     EXPECT_EQ(refusal("[" + open + close + "]"), too_deep);
-    EXPECT_EQ(refusal(std::string(1'000'000, '{')), too_deep);
+    EXPECT_EQ(refusal(std::string(1'000'000, '[')), too_deep);
     // Brackets inside of texts, and behind escaped quotes and backslashes, are no levels.
     EXPECT_EQ(refusal(R"(["\")" + open + R"([\\", "x", ")" + open + "\"]"), "none");
     EXPECT_EQ(refusal(R"(["\\", )" + open), too_deep);
     // Quadratic work here would outlast the test's time.
     EXPECT_EQ(refusal(nlohmann::json(std::vector(500'000, nlohmann::json::object())).dump()),
               "none");
+}
+
+TEST(config_file, a_document_is_what_the_library_reads) {
+    for (
+        const char* text :
+        {R"({"b": [null, true, false, -1, 18446744073709551615, 0.5, "x", {}, [[], 2]], "a": {"c": {}},
+              "b2": "y"})",
+         R"({"a": {"b": 1}, "c": 2, "a": [3], "a": {"d": 4, "d": 5}})", "\"only\"", " 7 "}) {
+        EXPECT_EQ(parse_config(text), nlohmann::json::parse(text)) << text;
+    }
 }
 
 TEST(config_file, only_regular_files_are_read) {

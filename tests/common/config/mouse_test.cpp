@@ -39,6 +39,7 @@ TEST(mouse, the_application_that_fits_best_answers) {
              {R"({"Default":6,"写真":7})", "地図", "cut"},
              // names and inputs that mean the same: the later in byte order replaces the earlier
              {R"({"mail!":{"4":[{"action":7}]},"Mail":6})", "mail", "default_action"},
+             {R"({"mail":{"03":[{"action":6}],"3":[{"action":7}],"4":[]}})", "mail", "cut"},
              {R"({"mail":{" +3x":[{"action":7},{"action":6}]}})", "mail", "cut"},
              {"[7]", "0", "cut"}}) {  // an array's indices are its keys
         auto mouse = profile(app_configs);
