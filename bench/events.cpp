@@ -8,6 +8,7 @@
 #include <fstream>
 #include <thread>
 
+#include "bench/in_turn.h"
 #include "bench/world.h"
 #include "common/config/config.h"
 #include "common/worker.h"
@@ -17,12 +18,72 @@ namespace {
 
 using std::chrono::steady_clock;
 
-void click(benchmark::State& state) {
-    world_t& world = world_t::instance();
-    for (auto _ : state) {
-        world.tap(kCGEventOtherMouseDown);
-        world.tap(kCGEventOtherMouseUp);
+// A queue, a mutex and a condition variable with a thread that takes, and nothing else.
+class bare_queue_t {
+  public:
+    bare_queue_t() : _taker([this] { take(); }) {}
+    ~bare_queue_t() {
+        {
+            const std::lock_guard lock(_mutex);
+            _is_over = true;
+        }
+        _wake_up.notify_one();
+        _taker.join();
     }
+    void push(action_t item) {
+        {
+            const std::lock_guard lock(_mutex);
+            _queue.push_back(std::move(item));
+        }
+        _wake_up.notify_one();
+    }
+
+    std::atomic<int> taken = 0;
+
+  private:
+    void take() {
+        std::unique_lock lock(_mutex);
+        while (true) {
+            _wake_up.wait(lock, [&] { return !_queue.empty() || _is_over; });
+            if (_queue.empty()) {
+                return;
+            }
+            const action_t item = std::move(_queue.front());
+            _queue.pop_front();
+            lock.unlock();
+            ++taken;
+            lock.lock();
+        }
+    }
+
+    std::deque<action_t> _queue;
+    std::mutex _mutex;
+    std::condition_variable _wake_up;
+    bool _is_over = false;
+    std::thread _taker;
+};
+
+// So many at once.
+constexpr int items = 1000;
+
+// Beside the same calls of the platform and what any program does that leaves the action to another
+// thread.
+void clicks(benchmark::State& state) {
+    world_t& world = world_t::instance();
+    bare_queue_t queue;
+    const auto ours = [&] {
+        for (int item = 0; item < items; ++item) {
+            world.tap(kCGEventOtherMouseDown);
+            world.tap(kCGEventOtherMouseUp);
+        }
+    };
+    in_turn(state, ours, [&] {
+        for (int item = 0; item < items; ++item) {
+            bare_press(world.event());
+            bare_release(world.event());
+            queue.push(do_nothing_t{});
+        }
+    });
 }
 
 void press(benchmark::State& state) {
@@ -32,7 +93,7 @@ void press(benchmark::State& state) {
     }
 }
 
-void bare_click(benchmark::State& state) {
+void bare_calls(benchmark::State& state) {
     const world_t& world = world_t::instance();
     for (auto _ : state) {
         bare_press(world.event());
@@ -81,7 +142,9 @@ void click_on_the_desktop(benchmark::State& state) {
 }
 
 // Each of many clicks by itself, in quiet or while the settings of 10,000 applications are loaded
-// again and again on another thread.
+// again and again on another thread. A pause after each, as a hand makes, and shorter: without one
+// this thread and the worker keep the processors busy, and the longest is what the scheduler gives
+// to the thread that loads.
 void each_callback(benchmark::State& state) {
     world_t& world = world_t::instance();
     const auto file = world.home.path() / "many";
@@ -95,7 +158,7 @@ void each_callback(benchmark::State& state) {
         }
     });
     std::vector<double> times;
-    const auto end = steady_clock::now() + std::chrono::milliseconds(500);
+    const auto end = steady_clock::now() + std::chrono::milliseconds(1500);
     for (auto _ : state) {
         while (steady_clock::now() < end) {
             for (const auto type : {kCGEventOtherMouseDown, kCGEventOtherMouseUp}) {
@@ -104,6 +167,7 @@ void each_callback(benchmark::State& state) {
                 times.push_back(
                     std::chrono::duration<double, std::nano>(steady_clock::now() - begin).count());
             }
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
         }
     }
     is_over = true;
@@ -115,73 +179,43 @@ void each_callback(benchmark::State& state) {
     world_t::load(world.home.settings_file());
 }
 
-// So many items at once, until the last one has been taken.
-constexpr int items = 1000;
+// Until the last one has been taken.
+template <typename queue_t>
+void hand_over_items(benchmark::State& state, queue_t&& push, const std::atomic<int>& taken) {
+    int pushed = 0;
+    for (auto _ : state) {
+        for (int item = 0; item < items; ++item) {
+            push();
+        }
+        pushed += items;
+        while (taken < pushed) {
+        }
+    }
+}
 
 void hand_over(benchmark::State& state) {
     std::atomic<int> taken = 0;
     worker_t<action_t> worker;
     worker.start([&](const action_t&) { ++taken; });
-    for (auto _ : state) {
-        taken = 0;
-        for (int item = 0; item < items; ++item) {
-            worker.push_event(do_nothing_t{});
-        }
-        while (taken < items) {
-        }
-    }
+    hand_over_items(
+        state, [&] { worker.push_event(do_nothing_t{}); }, taken);
     worker.stop();
 }
 
-// A queue, a mutex and a condition variable, and nothing else.
-void bare_queue(benchmark::State& state) {
-    std::atomic<int> taken = 0;
-    std::deque<action_t> queue;
-    std::mutex mutex;
-    std::condition_variable wake_up;
-    bool is_over = false;
-    std::thread taker([&] {
-        std::unique_lock lock(mutex);
-        while (true) {
-            wake_up.wait(lock, [&] { return !queue.empty() || is_over; });
-            if (queue.empty()) {
-                return;
-            }
-            const action_t item = std::move(queue.front());
-            queue.pop_front();
-            lock.unlock();
-            ++taken;
-            lock.lock();
-        }
-    });
-    for (auto _ : state) {
-        taken = 0;
-        for (int item = 0; item < items; ++item) {
-            {
-                const std::lock_guard lock(mutex);
-                queue.emplace_back(do_nothing_t{});
-            }
-            wake_up.notify_one();
-        }
-        while (taken < items) {
-        }
-    }
-    {
-        const std::lock_guard lock(mutex);
-        is_over = true;
-    }
-    wake_up.notify_one();
-    taker.join();
+void bare_hand_over(benchmark::State& state) {
+    bare_queue_t queue;
+    hand_over_items(
+        state, [&] { queue.push(do_nothing_t{}); }, queue.taken);
 }
 
-BENCHMARK(click);
+BENCHMARK(clicks);
 BENCHMARK(press);
-BENCHMARK(bare_click);
+BENCHMARK(bare_calls);
 BENCHMARK(motion);
 BENCHMARK(bare_motion_value);
 BENCHMARK(click_on_the_desktop)->MeasureProcessCPUTime();
 BENCHMARK(each_callback)->Arg(0)->Arg(1)->Iterations(1);
 BENCHMARK(hand_over);
-BENCHMARK(bare_queue);
+BENCHMARK(bare_hand_over);
 
 }  // namespace
