@@ -1,6 +1,7 @@
 // What an event costs, from the callback that the system calls to the action in the worker's hand.
 
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
@@ -63,9 +64,6 @@ class bare_queue_t {
     std::thread _taker;
 };
 
-// So many at once.
-constexpr int items = 1000;
-
 // Beside the same calls of the platform and what any program does that leaves the action to another
 // thread.
 void clicks(benchmark::State& state) {
@@ -86,19 +84,20 @@ void clicks(benchmark::State& state) {
     });
 }
 
-void press(benchmark::State& state) {
+// Beside the calls of the platform of a press and a release, and no thread.
+void presses(benchmark::State& state) {
     world_t& world = world_t::instance();
-    for (auto _ : state) {
-        world.tap(kCGEventOtherMouseDown);
-    }
-}
-
-void bare_calls(benchmark::State& state) {
-    const world_t& world = world_t::instance();
-    for (auto _ : state) {
-        bare_press(world.event());
-        bare_release(world.event());
-    }
+    const auto ours = [&] {
+        for (int item = 0; item < items; ++item) {
+            world.tap(kCGEventOtherMouseDown);
+        }
+    };
+    in_turn(state, ours, [&] {
+        for (int item = 0; item < items; ++item) {
+            bare_press(world.event());
+            bare_release(world.event());
+        }
+    });
 }
 
 // With what one of them asks for, counted.
@@ -116,17 +115,16 @@ void motion(benchmark::State& state) {
             calls += static_cast<double>(times);
         }
         state.counters["calls"] = calls;
-        for (auto _ : state) {
-            world.take(value);
-        }
-    });
-}
-
-void bare_motion_value(benchmark::State& state) {
-    world_t::with_value([&](IOHIDValueRef value) {
-        for (auto _ : state) {
-            bare_motion(value);
-        }
+        const auto ours = [&] {
+            for (int item = 0; item < items; ++item) {
+                world.take(value);
+            }
+        };
+        in_turn(state, ours, [&] {
+            for (int item = 0; item < items; ++item) {
+                bare_motion(value);
+            }
+        });
     });
 }
 
@@ -139,6 +137,14 @@ void click_on_the_desktop(benchmark::State& state) {
         world_t::let_it_happen();
         simulator::forget_events();
     }
+}
+
+// How often the scheduler has given the processor of this thread to another one; not how often the
+// thread has waited for something.
+long interruptions() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nivcsw;
 }
 
 // Each of many clicks by itself, in quiet or while the settings of 10,000 applications are loaded
@@ -158,14 +164,19 @@ void each_callback(benchmark::State& state) {
         }
     });
     std::vector<double> times;
+    double uninterrupted = 0;
     const auto end = steady_clock::now() + std::chrono::milliseconds(1500);
     for (auto _ : state) {
         while (steady_clock::now() < end) {
             for (const auto type : {kCGEventOtherMouseDown, kCGEventOtherMouseUp}) {
+                const long before = interruptions();
                 const auto begin = steady_clock::now();
                 world.tap(type);
                 times.push_back(
                     std::chrono::duration<double, std::nano>(steady_clock::now() - begin).count());
+                if (interruptions() == before) {
+                    uninterrupted = std::max(uninterrupted, times.back());
+                }
             }
             std::this_thread::sleep_for(std::chrono::microseconds(50));
         }
@@ -175,6 +186,7 @@ void each_callback(benchmark::State& state) {
     std::sort(times.begin(), times.end());
     state.counters["p99.9"] = times[times.size() * 999 / 1000];
     state.counters["longest"] = times.back();
+    state.counters["longest uninterrupted"] = uninterrupted;
     state.counters["loads"] = static_cast<double>(loads);
     world_t::load(world.home.settings_file());
 }
@@ -209,10 +221,8 @@ void bare_hand_over(benchmark::State& state) {
 }
 
 BENCHMARK(clicks);
-BENCHMARK(press);
-BENCHMARK(bare_calls);
+BENCHMARK(presses);
 BENCHMARK(motion);
-BENCHMARK(bare_motion_value);
 BENCHMARK(click_on_the_desktop)->MeasureProcessCPUTime();
 BENCHMARK(each_callback)->Arg(0)->Arg(1)->Iterations(1);
 BENCHMARK(hand_over);

@@ -1,6 +1,7 @@
 #include "common/config/mouse.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -12,11 +13,12 @@ const action_t* find_binding(const config_mouse_t* config, input_value_e input) 
     if (config == nullptr) {
         return nullptr;
     }
-    const auto binding =
-        std::lower_bound(config->bindings.begin(), config->bindings.end(), input,
-                         [](const auto& one, input_value_e wanted) { return one.first < wanted; });
-    return binding == config->bindings.end() || binding->first != input ? nullptr
-                                                                        : &binding->second;
+    const auto& bindings = config->bindings;
+    const auto after = std::upper_bound(
+        bindings.begin(), bindings.end(), input,
+        [](input_value_e wanted, const auto& binding) { return wanted < binding.first; });
+    return after != bindings.begin() && std::prev(after)->first == input ? &std::prev(after)->second
+                                                                         : nullptr;
 }
 
 // A text of the file as it stands there: what is in it must not break the line of the log.
@@ -56,10 +58,13 @@ config_mouse_t config_from_json(const nlohmann::json& app_entry, const std::stri
         const nlohmann::json& first = list[std::size_t{0}];
         bindings.emplace_back(input, make_action(first));
     }
-    // From the last to the first, so that of equal inputs the later one is found.
-    std::reverse(bindings.begin(), bindings.end());
-    std::stable_sort(bindings.begin(), bindings.end(),
-                     [](const auto& one, const auto& other) { return one.first < other.first; });
+    const auto precedes = [](const auto& one, const auto& other) {
+        return one.first < other.first;
+    };
+    if (!std::is_sorted(bindings.begin(), bindings.end(), precedes)) {
+        // "10" stands before "2" in a file. Stable, since of "03" and "3" the later counts.
+        std::stable_sort(bindings.begin(), bindings.end(), precedes);
+    }
     return config;
 }
 

@@ -14,7 +14,7 @@
 #include "common/action.h"
 #include "common/input_value.h"
 
-// What the user bound in one application, in ascending order of the inputs; of equal ones the first
+// What the user bound in one application, in ascending order of the inputs; of equal ones the last
 // counts, and one that is missing is unbound. In one piece of memory: a hash table for each of ten
 // thousand applications would be most of what a reload costs beyond parsing.
 struct config_mouse_t {
