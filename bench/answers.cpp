@@ -48,14 +48,15 @@ auto asking(mouse_t& profile, input_value_e input, const names_t& names) {
 
 // Brings the name into its normal form and looks into one table.
 std::string normal_form(const std::string& name) {
-    std::string normal;
-    normal.reserve(name.size());
+    std::string normal(name.size(), '\0');
+    std::size_t size = 0;
     for (const char c : name) {
         const auto lower = static_cast<char>(c | 0x20);
         if ((lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9')) {
-            normal.push_back(lower);
+            normal[size++] = lower;
         }
     }
+    normal.resize(size);
     return normal;
 }
 
@@ -133,6 +134,9 @@ void reload(benchmark::State& state) {
     in_turn(
         state, [&] { world_t::load(file); },
         [&] { benchmark::DoNotOptimize(json::parse(text).dump()); });
+    if (!world_t::is_loaded(static_cast<std::size_t>(state.range(0)))) {
+        state.SkipWithError("the settings were not loaded");
+    }
     world_t::load(world_t::instance().home.settings_file());
 }
 
@@ -141,7 +145,7 @@ BENCHMARK(answer_of_the_store);
 BENCHMARK(cached_answer_of_many);
 BENCHMARK(unbound_input_of_many);
 BENCHMARK(first_look_of_many);
-BENCHMARK(profile_build)->Arg(10)->Arg(10'000);
+BENCHMARK(profile_build)->Arg(10)->Arg(10'000)->MinTime(0.5);
 BENCHMARK(reload)->Arg(10)->Arg(10'000)->MinTime(0.5);
 
 }  // namespace

@@ -9,6 +9,10 @@
 #include "macos/hit_test.h"
 #include "support/told_watcher.h"
 
+static std::string name_of_all(std::size_t applications) {
+    return "All " + std::to_string(applications);
+}
+
 std::string settings_of(std::size_t applications) {
     const std::string bindings = R"({"3":[{"action":0}],"4":[{"action":0}],"8":[{"action":0}],)"
                                  R"("5":[{"action":22,"params":{"combination":[106,107]}}]})";
@@ -16,8 +20,8 @@ std::string settings_of(std::size_t applications) {
     for (std::size_t number = 0; number < applications; ++number) {
         entries += R"("Application )" + std::to_string(number) + R"(":)" + bindings + ",";
     }
-    return R"({"appState":[{"type":1,"appConfigs":{)" + entries + R"("Default":)" + bindings +
-           "}}]}";
+    return R"({"appState":[{"type":1,"appConfigs":{)" + entries + '"' + name_of_all(applications) +
+           R"(":{"4":[{"action":6}]},"Default":)" + bindings + "}}]}";
 }
 
 world_t& world_t::instance() {
@@ -43,6 +47,12 @@ world_t::world_t() {
 
 void world_t::load(const std::filesystem::path& file) {
     told_watcher::tell(file);
+}
+
+bool world_t::is_loaded(std::size_t applications) {
+    const action_t action = config_t::instance().retrieve_action(
+        qlx_device_e::valtor_pro, static_cast<input_value_e>(4), name_of_all(applications));
+    return std::holds_alternative<copy_t>(action);
 }
 
 void world_t::let_it_happen() {

@@ -11,8 +11,8 @@
 #include "support/supported_mouse.h"
 #include "support/temporary_home.h"
 
-// A settings text of so many applications, each of which binds four inputs of one mouse model, and
-// of "Default".
+// A settings text of so many applications, each of which binds four inputs of one mouse model, of
+// "Default", and of one more whose name tells how many they are.
 std::string settings_of(std::size_t applications);
 
 // A home folder with the settings of ten applications, a supported mouse in the hand over a window
@@ -37,6 +37,8 @@ class world_t {
     static void with_value(const std::function<void(IOHIDValueRef)>& what);
     // Lets the settings be loaded from the file, as after a change.
     static void load(const std::filesystem::path& file);
+    // Whether those of settings_of so many are.
+    static bool is_loaded(std::size_t applications);
     // All that the hand has done has its effect.
     static void let_it_happen();
 

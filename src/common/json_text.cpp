@@ -35,7 +35,7 @@ class document_builder_t {
     bool end_object() { return end(); }
     bool end_array() { return end(); }
     static bool parse_error(std::size_t /*place*/, const std::string& /*token*/,
-                            const nlohmann::detail::exception& error) {
+                            const json::exception& error) {
         throw error;
     }
 

@@ -144,21 +144,23 @@ void write_rights_to_file(bool accessibility, bool input_monitoring, const std::
 }
 
 nlohmann::json read_rights_from_file(const std::string& path) {
-    nlohmann::json none{{"accessibility", false}, {"input_monitoring", false}};
+    nlohmann::json rights{{"accessibility", false}, {"input_monitoring", false}};
     const descriptor_t file = open_regular_file(path, O_RDONLY);
     if (!file.is_open()) {
-        return none;
+        return rights;
     }
-    nlohmann::json rights = none;
     lock(file, LOCK_SH, longest_wait_for_file);
+    nlohmann::json found(nlohmann::json::value_t::discarded);
     try {
-        parse_json(text_of(file), nesting_limit, rights);
+        parse_json(text_of(file), nesting_limit, found);
+        rights.swap(found);
     } catch (const nlohmann::json::exception& error) {
-        // What came before the fault counts.
         QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
+        if (!found.is_discarded()) {  // what came before the fault
+            rights.swap(found);
+        }
     } catch (const std::exception& error) {
         QLX_LOG_ERROR("Failed to read rights status from {}: {}", path, error.what());
-        rights.swap(none);
     }
     unlock(file);
     return rights;

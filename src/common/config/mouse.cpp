@@ -47,7 +47,7 @@ config_mouse_t config_from_json(const nlohmann::json& app_entry, const std::stri
     }
     config_mouse_t config;
     auto& bindings = config.bindings;
-    bindings.reserve(app_entry.size());
+    bindings.reserve(std::min<std::size_t>(app_entry.size(), 16));  // more than a mouse has
     for (const auto& [key, list] : app_entry.items()) {
         // Before the list is looked at: a key that is no number is an error even when it binds
         // nothing.
