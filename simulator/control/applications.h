@@ -37,13 +37,10 @@ std::optional<std::string> application_name(pid_t application);
 std::optional<pid_t> application_named(const std::string& process_name);
 
 struct window_options_t {
-    bool has_minimize_button = true;
     bool has_zoom_button = true;
-    bool has_close_button = true;
     bool presses_refused = false;     // of its buttons
     bool presses_unanswered = false;  // done all the same
     bool minimized_settable = true;
-    bool has_full_screen = true;  // the attribute, as windows that can be made full screen have it
     bool full_screen_settable = true;
     bool sets_refused = false;              // although the attribute is settable
     bool control_knows_window = true;       // its control has "AXWindow"
@@ -56,30 +53,13 @@ struct window_options_t {
 element_id_t open_window(pid_t application, const std::string& title, CGRect frame,
                          const window_options_t& options = {});
 void close_window(element_id_t window);
-// Also restores it when it is minimised.
-void bring_to_front(element_id_t window);
 
-// Elements without a window: behind all windows, and in front of them.
+// An element without a window, behind all windows.
 element_id_t show_background(pid_t application, CGRect frame);
-element_id_t show_menu_bar(pid_t application, CGRect frame);
 
-// Takes an element away without its window; a window goes as with close_window.
-void vanish(element_id_t element);
-
-// The application whose menu bar, window or background is frontmost at a place, if there is one.
+// The application whose window or background is frontmost at a place, if there is one.
 // Minimised windows do not count.
 std::optional<pid_t> application_at(CGPoint place);
-
-struct window_state_t {
-    pid_t application = 0;
-    std::string title;
-    CGRect frame{};
-    bool minimized = false;
-    bool zoomed = false;
-    bool full_screen = false;
-};
-// Nothing when it has been closed.
-std::optional<window_state_t> window_state(element_id_t window);
 
 // What programs asked of windows, in order: "pressed AXCloseButton" or "set AXMinimized to true".
 struct window_request_t {

@@ -22,8 +22,6 @@ struct display_service_t {
     display_numbers_t below{};               // of the display, as is usual
     display_numbers_t entry{};               // of the entry
     std::optional<float> brightness = 0.5F;  // 0 to 1; none: no such parameter
-    bool brightness_writable = true;
-    bool ready = true;  // false: being shut down, it can be read and not be written
 };
 
 struct display_t {

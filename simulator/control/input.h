@@ -103,10 +103,8 @@ struct event_record_t {
     std::int64_t button = 0;
     std::int64_t click_state = 0;
     std::int64_t key_code = 0;
-    std::int64_t source_pid = 0;
     scroll_fields_t scroll;
     std::uint32_t scroll_wheels = 0;  // of a posted scroll event: the wheel count given
-    bool scroll_in_lines = false;     // of a posted scroll event: the unit given
 };
 
 // All events since they were last forgotten, hardware and posted ones, in order. Mouse-moved events

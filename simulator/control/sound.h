@@ -20,9 +20,6 @@ struct output_device_t {
 
 // The first device that is connected becomes the default one. Ids are never used again.
 AudioObjectID connect_output(const output_device_t& device);
-// When it was the default device, the one that was connected first takes its place, if there is
-// one.
-void disconnect_output(AudioObjectID device);
 void make_default_output(AudioObjectID device);
 
 // The device as it is now; none when it is gone.

@@ -69,7 +69,7 @@ class course_t {
             known.insert(application);
         }
         if (known.count(name) == 0) {
-            _fail(step, "\"application\" is \"" + name + "\"; known are: " + names_text(known));
+            _fail(step, "\"application\" is \"" + name + "\"; known are: " + joined(known, "none"));
         }
     }
 

@@ -14,12 +14,14 @@ namespace simulator::player {
 
 using json_t = nlohmann::json;
 
-inline std::string names_text(const std::set<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) {
-        text.append(text.empty() ? "" : ", ").append(name);
+// The texts with commas between; `of_none` where there are none.
+template <typename texts_t>
+std::string joined(const texts_t& texts, const char* of_none) {
+    std::string all;
+    for (const std::string& text : texts) {
+        all.append(all.empty() ? "" : ", ").append(text);
     }
-    return text.empty() ? "none" : text;
+    return all.empty() ? of_none : all;
 }
 
 // One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.
@@ -103,7 +105,7 @@ class object_reader_t {
             for (const auto& [name, value] : values) {
                 known.insert(name);
             }
-            fail("\"" + key + "\" is \"" + given + "\"; known are: " + names_text(known));
+            fail("\"" + key + "\" is \"" + given + "\"; known are: " + joined(known, "none"));
         }
         return found->second;
     }
@@ -112,7 +114,8 @@ class object_reader_t {
     void finish() const {
         for (const auto& [key, value] : _json.items()) {
             if (_known.count(key) == 0) {
-                fail("\"" + key + "\" is not a known key here; known are: " + names_text(_known));
+                fail("\"" + key +
+                     "\" is not a known key here; known are: " + joined(_known, "none"));
             }
         }
     }

@@ -34,12 +34,13 @@ struct overloaded_t : visitors_t... {
 template <typename... visitors_t>
 overloaded_t(visitors_t...) -> overloaded_t<visitors_t...>;
 
-// The name that scenarios give a model, which the daemon's log gives as a number.
 std::string model_name(const std::string& number) {
-    static const std::map<std::string, std::string> names = {
-        {"-1", "none"}, {"0", "model_0"}, {"1", "valtor_pro"}, {"2", "corvane"}};
-    const auto known = names.find(number);
-    return known == names.end() ? "model " + number : known->second;
+    for (const auto& [name, of_name] : model_numbers) {
+        if (of_name == number) {
+            return name;
+        }
+    }
+    return "model " + number;
 }
 
 }  // namespace

@@ -231,12 +231,8 @@ expectation_t read_expectation(const json_t& json, const std::string& where) {
         expect.effects = reader.texts("effects");
     }
     if (reader.find("active_model") != nullptr) {
-        expect.active_model =
-            reader.one_of<std::string>("active_model", reader.text("active_model"),
-                                       {{"none", "none"},
-                                        {"model_0", "model_0"},
-                                        {"valtor_pro", "valtor_pro"},
-                                        {"corvane", "corvane"}});
+        expect.active_model = reader.text("active_model");
+        reader.one_of("active_model", *expect.active_model, model_numbers);
     }
     expect.log = reader.texts("log");
     reader.finish();

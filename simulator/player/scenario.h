@@ -24,6 +24,11 @@ struct application_t {
     CGRect frame{};
 };
 
+// The names that scenarios give the models, and the numbers that stand for them in the daemon's
+// log.
+inline const std::map<std::string, std::string> model_numbers = {
+    {"none", "-1"}, {"model_0", "0"}, {"valtor_pro", "1"}, {"corvane", "2"}};
+
 // What must be true within the patience of the player once a step has been done.
 struct expectation_t {
     std::vector<event_outcome_e> events;  // of those that the step's hand caused; one: of all

@@ -4,16 +4,13 @@
 
 #include "control/applications.h"
 #include "player/key_names.h"
+#include "player/object_reader.h"
 #include "player/story.h"
 
 namespace simulator::player {
 
 std::string list_text(const std::vector<std::string>& items) {
-    std::string text;
-    for (const std::string& item : items) {
-        text += (text.empty() ? "" : ", ") + item;
-    }
-    return text.empty() ? "nothing" : text;
+    return joined(items, "nothing");
 }
 
 std::string button_text(std::int64_t button) {

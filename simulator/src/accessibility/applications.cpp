@@ -31,22 +31,6 @@ constexpr std::array<button_name_t, 3> button_names{{
     {"AXCloseButton", &window_t::close_button},
 }};
 
-element_id_t show(pid_t application, CGRect frame, const char* role,
-                  std::vector<windowless_t> screen_t::*layer) {
-    const std::lock_guard lock(screen().mutex);
-    element_t element;
-    element.application = application;
-    element.role = role;
-    element.parent = screen().application_element(application);
-    const element_id_t id = screen().add(element);
-    (screen().*layer).insert((screen().*layer).begin(), {id, frame});
-    return id;
-}
-
-void forget(std::vector<windowless_t>& layer, const std::map<element_id_t, element_t>& elements) {
-    std::erase_if(layer, [&](const windowless_t& shown) { return !elements.contains(shown.id); });
-}
-
 }  // namespace
 
 screen_t& screen() {
@@ -96,16 +80,13 @@ element_id_t screen_t::application_element(pid_t application) const {
 }
 
 element_id_t screen_t::frontmost_at(CGPoint place) const {
-    const auto shown_there = [&](const windowless_t& shown) { return covers(shown.frame, place); };
-    if (const auto bar = std::ranges::find_if(menu_bars, shown_there); bar != menu_bars.end()) {
-        return bar->id;
-    }
     for (const window_t& each : windows) {
-        if (!each.state.minimized && covers(each.state.frame, place)) {
-            return each.control != 0 ? each.control : each.id;
+        if (!each.minimized && covers(each.frame, place)) {
+            return each.control;
         }
     }
-    const auto background = std::ranges::find_if(backgrounds, shown_there);
+    const auto background = std::ranges::find_if(
+        backgrounds, [&](const windowless_t& shown) { return covers(shown.frame, place); });
     return background != backgrounds.end() ? background->id : 0;
 }
 
@@ -136,11 +117,11 @@ void quit_application(pid_t application) {
     screen().applications.erase(application);
     screen().wake(application);
     std::erase_if(screen().windows,
-                  [&](const window_t& each) { return each.state.application == application; });
+                  [&](const window_t& each) { return each.application == application; });
     std::erase_if(screen().elements,
                   [&](const auto& each) { return each.second.application == application; });
-    forget(screen().menu_bars, screen().elements);
-    forget(screen().backgrounds, screen().elements);
+    std::erase_if(screen().backgrounds,
+                  [](const windowless_t& shown) { return !screen().elements.contains(shown.id); });
 }
 
 void hang_application(pid_t application) {
@@ -185,17 +166,18 @@ element_id_t open_window(pid_t application, const std::string& title, CGRect fra
     window_t opened;
     opened.id = screen().add(element);
     screen().elements[opened.id].window = opened.id;
-    opened.state = {application, title, frame, false, false, false};
+    opened.application = application;
+    opened.title = title;
+    opened.frame = frame;
     opened.options = options;
 
     element.window = opened.id;
     element.parent = opened.id;
     element.knows_window = true;
     element.role = "AXButton";
-    const auto add_button = [&](bool exists) { return exists ? screen().add(element) : 0; };
-    opened.minimize_button = add_button(options.has_minimize_button);
-    opened.zoom_button = add_button(options.has_zoom_button);
-    opened.close_button = add_button(options.has_close_button);
+    opened.minimize_button = screen().add(element);
+    opened.zoom_button = options.has_zoom_button ? screen().add(element) : 0;
+    opened.close_button = screen().add(element);
 
     element.knows_window = options.control_knows_window;
     element.role = "AXGroup";
@@ -213,50 +195,21 @@ void close_window(element_id_t window) {
     screen().close(window);
 }
 
-void bring_to_front(element_id_t window) {
-    const std::lock_guard lock(screen().mutex);
-    auto& windows = screen().windows;
-    const auto found = std::ranges::find(windows, window, &window_t::id);
-    if (found != windows.end()) {
-        found->state.minimized = false;
-        std::rotate(windows.begin(), found, found + 1);
-    }
-}
-
 element_id_t show_background(pid_t application, CGRect frame) {
-    return show(application, frame, "AXGroup", &screen_t::backgrounds);
-}
-
-element_id_t show_menu_bar(pid_t application, CGRect frame) {
-    return show(application, frame, "AXMenuBar", &screen_t::menu_bars);
-}
-
-void vanish(element_id_t element) {
     const std::lock_guard lock(screen().mutex);
-    screen().close(element);
-    screen().elements.erase(element);
-    forget(screen().menu_bars, screen().elements);
-    forget(screen().backgrounds, screen().elements);
-    for (window_t& each : screen().windows) {
-        for (element_id_t* const part :
-             {&each.control, &each.minimize_button, &each.zoom_button, &each.close_button}) {
-            if (*part == element) {
-                *part = 0;
-            }
-        }
-    }
+    element_t element;
+    element.application = application;
+    element.role = "AXGroup";
+    element.parent = screen().application_element(application);
+    const element_id_t id = screen().add(element);
+    screen().backgrounds.insert(screen().backgrounds.begin(), {id, frame});
+    return id;
 }
 
 std::optional<pid_t> application_at(CGPoint place) {
     const std::lock_guard lock(screen().mutex);
     const element_id_t there = screen().frontmost_at(place);
     return there != 0 ? std::optional(screen().elements.at(there).application) : std::nullopt;
-}
-
-std::optional<window_state_t> window_state(element_id_t window) {
-    const std::lock_guard lock(screen().mutex);
-    const window_t* const found = screen().window(window);
-    return found != nullptr ? std::optional(found->state) : std::nullopt;
 }
 
 std::vector<window_request_t> window_requests() {

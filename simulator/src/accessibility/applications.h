@@ -22,8 +22,12 @@ struct element_t {
 
 struct window_t {
     element_id_t id = 0;
-    window_state_t state;
+    pid_t application = 0;
+    std::string title;
+    CGRect frame{};
     window_options_t options;
+    bool minimized = false;
+    bool full_screen = false;
     element_id_t control = 0;
     element_id_t minimize_button = 0;
     element_id_t zoom_button = 0;
@@ -47,7 +51,6 @@ struct screen_t {
     std::mutex mutex;
     std::map<pid_t, std::string> applications;
     std::map<element_id_t, element_t> elements;
-    std::vector<windowless_t> menu_bars;
     std::vector<window_t> windows;  // the frontmost first
     std::vector<windowless_t> backgrounds;
     std::vector<window_request_t> requests;

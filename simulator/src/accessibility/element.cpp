@@ -142,19 +142,19 @@ setting_t setting_of(element_id_t id, const std::string& attribute, const char* 
         return {kAXErrorInvalidUIElement};
     }
     window_t* const window = screen().window(id);
-    if (window == nullptr || (!minimized && !window->options.has_full_screen)) {
+    if (window == nullptr) {
         return {kAXErrorAttributeUnsupported};
     }
     return minimized ? setting_t{kAXErrorSuccess, window->options.minimized_settable, window,
-                                 &window->state.minimized}
+                                 &window->minimized}
                      : setting_t{kAXErrorSuccess, window->options.full_screen_settable, window,
-                                 &window->state.full_screen};
+                                 &window->full_screen};
 }
 
 // The screen's mutex is held.
 void record(const window_t& window, std::string request, bool refused) {
-    screen().requests.push_back({window.id, screen().applications.at(window.state.application),
-                                 window.state.title, std::move(request), refused});
+    screen().requests.push_back({window.id, screen().applications.at(window.application),
+                                 window.title, std::move(request), refused});
 }
 
 AXError set(element_id_t id, const std::string& attribute, bool value, const char* function) {
@@ -189,10 +189,8 @@ AXError press(element_id_t id) {
         return kAXErrorFailure;
     }
     if (id == window->minimize_button) {
-        window->state.minimized = true;
-    } else if (id == window->zoom_button) {
-        window->state.zoomed = !window->state.zoomed;
-    } else {
+        window->minimized = true;
+    } else if (id == window->close_button) {
         screen().close(window->id);
     }
     return unanswered ? kAXErrorCannotComplete : kAXErrorSuccess;

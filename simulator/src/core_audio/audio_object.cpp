@@ -169,16 +169,6 @@ AudioObjectID connect_output(const output_device_t& device) {
     return id;
 }
 
-void disconnect_output(AudioObjectID device) {
-    const std::lock_guard lock(sound().mutex);
-    device_of(device, "disconnect_output");
-    sound().devices.erase(device);
-    if (sound().default_output == device) {
-        sound().default_output = sound().devices.empty() ? AudioObjectID{kAudioObjectUnknown}
-                                                         : sound().devices.begin()->first;
-    }
-}
-
 void make_default_output(AudioObjectID device) {
     const std::lock_guard lock(sound().mutex);
     device_of(device, "make_default_output");

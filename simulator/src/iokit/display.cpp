@@ -118,10 +118,7 @@ IOReturn answer_to_write(const connected_t& display, bool shall_fail) {
     if (!known.brightness) {
         return kIOReturnUnsupported;
     }
-    if (shall_fail || !known.ready) {
-        return kIOReturnNotReady;
-    }
-    return known.brightness_writable ? kIOReturnSuccess : kIOReturnError;
+    return shall_fail ? kIOReturnNotReady : kIOReturnSuccess;
 }
 
 std::uint32_t identity(CGDirectDisplayID id, std::uint32_t display_t::*number,

@@ -1,7 +1,6 @@
 #include <CoreServices/CoreServices.h>
 
 #include <mutex>
-#include <set>
 
 #include "control/launches.h"
 #include "core/failure.h"
@@ -13,7 +12,6 @@ namespace {
 struct launch_services_t {
     std::mutex mutex;
     std::vector<std::string> launched;
-    std::set<std::string> refused;
 };
 
 launch_services_t& launch_services() {
@@ -28,11 +26,6 @@ std::vector<std::string> launches() {
     return launch_services().launched;
 }
 
-void refuse_launch(const std::string& path) {
-    const std::lock_guard lock(launch_services().mutex);
-    launch_services().refused.insert(path);
-}
-
 }  // namespace simulator
 
 extern "C" OSStatus LSOpenCFURLRef(CFURLRef url, CFURLRef* launched) {
@@ -40,11 +33,10 @@ extern "C" OSStatus LSOpenCFURLRef(CFURLRef url, CFURLRef* launched) {
     if (launched != nullptr) {
         simulator::not_modelled(__func__, "the URL of what was started");
     }
-    const bool fails = simulator::shall_fail(__func__);
-    const std::lock_guard lock(simulator::launch_services().mutex);
-    if (fails || simulator::launch_services().refused.contains(path)) {
+    if (simulator::shall_fail(__func__)) {
         return kLSApplicationNotFoundErr;
     }
+    const std::lock_guard lock(simulator::launch_services().mutex);
     simulator::launch_services().launched.push_back(path);
     return 0;
 }

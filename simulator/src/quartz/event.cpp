@@ -157,7 +157,6 @@ CGEventRef CGEventCreateScrollWheelEvent(CGEventSourceRef source, CGScrollEventU
     }
     event_values_t values = simulator::values_of_new_event(kCGEventScrollWheel);
     values.scroll_wheels = wheelCount;
-    values.scroll_in_lines = true;
     values.scroll.line_axis_1 = wheel1;
     if (wheelCount == 2) {
         std::va_list others;

@@ -21,7 +21,6 @@ struct event_values_t {
     std::int64_t target_pid = 0;  // 0: not known before the event is delivered
     scroll_fields_t scroll;
     std::uint32_t scroll_wheels = 0;
-    bool scroll_in_lines = false;
 };
 
 class event_t final : public object_t {

@@ -13,8 +13,8 @@ std::optional<pid_t> application_of_front_window() {
     screen_t& all = screen();
     const std::lock_guard lock(all.mutex);
     const auto front = std::find_if(all.windows.begin(), all.windows.end(),
-                                    [](const window_t& window) { return !window.state.minimized; });
-    return front == all.windows.end() ? std::nullopt : std::optional(front->state.application);
+                                    [](const window_t& window) { return !window.minimized; });
+    return front == all.windows.end() ? std::nullopt : std::optional(front->application);
 }
 
 pid_t receiver_of(const event_values_t& event) {
@@ -31,10 +31,8 @@ event_record_t record_of(const event_values_t& event) {
     record.button = event.button;
     record.click_state = event.click_state;
     record.key_code = event.key_code;
-    record.source_pid = event.source_pid;
     record.scroll = event.scroll;
     record.scroll_wheels = event.scroll_wheels;
-    record.scroll_in_lines = event.scroll_in_lines;
     return record;
 }
 
