@@ -7,6 +7,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 #include "common/log/log.h"
@@ -77,16 +78,23 @@ class worker_t {
             if (_queue.empty()) {
                 return;
             }
-            item_t item = std::move(_queue.front());
-            _queue.pop_front();
-            lock.unlock();
             try {
-                callback(std::move(item));
+                callback(_take(lock));
             } catch (const std::exception& error) {
                 QLX_LOG_ERROR("Error processing event: {}", error.what());
             }
             lock.lock();
         }
+    }
+
+    // The oldest item, which thus becomes the callback's own without another move. Gives the lock
+    // back.
+    item_t _take(std::unique_lock<std::mutex>& lock) {
+        static_assert(std::is_nothrow_move_constructible_v<item_t>, "the lock would be kept");
+        item_t item = std::move(_queue.front());
+        _queue.pop_front();
+        lock.unlock();
+        return item;
     }
 
     std::deque<item_t> _queue;
