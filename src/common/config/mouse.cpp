@@ -115,15 +115,16 @@ action_t mouse_t::get_action(input_value_e input, const std::string& app_name) {
 
 std::string mouse_t::_normalize_app_name(std::string_view name) {
     std::string normal(name.size(), '\0');
-    std::size_t size = 0;
+    char* end = normal.data();
     for (const char c : name) {
-        if (c >= 'A' && c <= 'Z') {
-            normal[size++] = static_cast<char>(c - 'A' + 'a');
-        } else if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) {
-            normal[size++] = c;
-        }
+        // Capital letters are small ones without this bit; digits have it. Each byte is written,
+        // and the next one over it where it does not belong: a branch would be guessed wrong again
+        // and again, at another place of each name.
+        const auto lower = static_cast<char>(c | 0x20);
+        *end = lower;
+        end += (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') ? 1 : 0;
     }
-    normal.resize(size);
+    normal.resize(static_cast<std::size_t>(end - normal.data()));
     return normal;
 }
 

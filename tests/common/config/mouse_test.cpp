@@ -29,7 +29,8 @@ TEST(mouse, the_application_that_fits_best_answers) {
              {R"({"pho":6,"photo":7})", "Photo Agent", "cut"},
              {R"({"pho":6,"agent":7})", "Photo Agent", "copy"},
              {R"({"oto":6,"age":7,"gen":6})", "Photo Agent", "cut"},
-             {R"({"az AZ09":6})", "@A[Z`a{z/0:9", "copy"},
+             {R"({"az AZ09":6})", "@A\x10\x19[Z`a{z/0:9", "copy"},
+             {R"({"a":7,"a0":6,"a9":6,"aa":6,"az":6})", "A", "cut"},
              {R"({"photoplus":6})", "Photo", "default_action"},
              // "default" is no application, and binds what the application leaves unbound
              {R"({"Default":6,"mail":7})", "Default Mail", "cut"},
