@@ -153,12 +153,12 @@ void click_on_the_desktop(benchmark::State& state) {
     }
 }
 
-// How often the scheduler has given the processor of this thread to another one; not how often the
-// thread has waited for something.
-long interruptions() {
+// How often this thread has waited for something: a lock, say. Not how often the scheduler has
+// given its processor to another thread.
+long waits() {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
-    return usage.ru_nivcsw;
+    return usage.ru_nvcsw;
 }
 
 // Each of many clicks by itself, in quiet or while the settings of 10,000 applications are loaded
@@ -178,19 +178,20 @@ void each_callback(benchmark::State& state) {
         }
     });
     std::vector<double> times;
-    double uninterrupted = 0;
+    double longest = 0;
     const auto end = steady_clock::now() + std::chrono::milliseconds(1500);
     for (auto _ : state) {
         while (steady_clock::now() < end) {
             for (const auto type : {kCGEventOtherMouseDown, kCGEventOtherMouseUp}) {
-                const long before = interruptions();
+                const long waits_before = waits();
+                const double worked_before = processor_time();
                 const auto begin = steady_clock::now();
                 world.tap(type);
                 times.push_back(
                     std::chrono::duration<double, std::nano>(steady_clock::now() - begin).count());
-                if (interruptions() == before) {
-                    uninterrupted = std::max(uninterrupted, times.back());
-                }
+                // Which may be more than the clock says: what was begun before is told late.
+                const double worked = std::min(processor_time() - worked_before, times.back());
+                longest = std::max(longest, waits() == waits_before ? worked : times.back());
             }
             std::this_thread::sleep_for(std::chrono::microseconds(50));
         }
@@ -199,42 +200,39 @@ void each_callback(benchmark::State& state) {
     storm.join();
     std::sort(times.begin(), times.end());
     state.counters["p99.9"] = times[times.size() * 999 / 1000];
-    state.counters["longest"] = times.back();
-    state.counters["longest uninterrupted"] = uninterrupted;
+    // By the clock where it has waited, and the processor's where it has not: what other programs
+    // take of the processor is not its own.
+    state.counters["longest"] = longest;
+    state.counters["longest by the clock"] = times.back();
     if (state.range(0) != 0 && (loads == 0 || !world_t::is_loaded(10'000))) {
         state.SkipWithError("there was no storm");
     }
     world_t::load(world.home.settings_file());
 }
 
-// Until the last one has been taken.
-template <typename queue_t>
-void hand_over_items(benchmark::State& state, queue_t&& push, const std::atomic<int>& taken) {
-    int pushed = 0;
-    for (auto _ : state) {
+// Until the last one has been taken. This thread waits without sleeping, so that its time is that
+// of both.
+template <typename push_t>
+auto handing_over(push_t&& push, const std::atomic<int>& taken) {
+    return [push = std::forward<push_t>(push), &taken] {
+        const int all = taken + items;
         for (int item = 0; item < items; ++item) {
             push();
         }
-        pushed += items;
-        while (taken < pushed) {
+        while (taken < all) {
         }
-    }
+    };
 }
 
 void hand_over(benchmark::State& state) {
     std::atomic<int> taken = 0;
+    const auto take = [&](const action_t&) { ++taken; };
     worker_t<action_t> worker;
-    worker.start([&](const action_t&) { ++taken; });
-    hand_over_items(
-        state, [&] { worker.push_event(do_nothing_t{}); }, taken);
+    worker.start(take);
+    bare_queue_t queue(take);
+    in_turn(state, handing_over([&] { worker.push_event(do_nothing_t{}); }, taken),
+            handing_over([&] { queue.push(do_nothing_t{}); }, taken));
     worker.stop();
-}
-
-void bare_hand_over(benchmark::State& state) {
-    std::atomic<int> taken = 0;
-    bare_queue_t queue([&](const action_t&) { ++taken; });
-    hand_over_items(
-        state, [&] { queue.push(do_nothing_t{}); }, taken);
 }
 
 BENCHMARK(click)->Iterations(500);
@@ -244,6 +242,5 @@ BENCHMARK(motion);
 BENCHMARK(click_on_the_desktop)->MeasureProcessCPUTime();
 BENCHMARK(each_callback)->Arg(0)->Arg(1)->Iterations(1);
 BENCHMARK(hand_over);
-BENCHMARK(bare_hand_over);
 
 }  // namespace
