@@ -54,6 +54,12 @@ int operate(const std::string& name, unsigned long times) {
         benchmark::DoNotOptimize(
             config_t::instance().retrieve_action(qlx_device_e::valtor_pro, input, app));
     };
+    // Whoever goes through what is remembered goes through a lot.
+    ask(input_value_e::horizontal_scroll_positive, "Photo Viewer");
+    for (int number = 0; number < 1000; ++number) {
+        ask(input_value_e::x1_button, "Application " + std::to_string(number));
+        ask(input_value_e::horizontal_scroll_positive, "Some Editor " + std::to_string(number));
+    }
     const auto tap = [&](CGEventType type) { return [&world, type] { world.tap(type); }; };
     const auto bare = [&](void (*calls)(CGEventRef)) {
         return [&world, calls] { calls(world.event()); };
