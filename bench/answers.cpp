@@ -8,7 +8,6 @@
 #include "bench/in_turn.h"
 #include "bench/world.h"
 #include "common/config/config.h"
-#include "common/config/config_file.h"
 #include "common/config/mouse.h"
 
 namespace {
@@ -49,14 +48,13 @@ auto asking(mouse_t& profile, input_value_e input, const names_t& names) {
 // Brings the name into its normal form and looks into one table.
 std::string normal_form(const std::string& name) {
     std::string normal(name.size(), '\0');
-    std::size_t size = 0;
+    char* end = normal.data();
     for (const char c : name) {
         const auto lower = static_cast<char>(c | 0x20);
-        if ((lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9')) {
-            normal[size++] = lower;
-        }
+        *end = lower;
+        end += (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') ? 1 : 0;
     }
-    normal.resize(size);
+    normal.resize(static_cast<std::size_t>(end - normal.data()));
     return normal;
 }
 

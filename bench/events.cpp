@@ -6,13 +6,16 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <thread>
+#include <utility>
 
 #include "bench/in_turn.h"
 #include "bench/world.h"
-#include "common/config/config.h"
 #include "common/worker.h"
 #include "failures/counted_costs.h"
 
@@ -189,7 +192,7 @@ void each_callback(benchmark::State& state) {
                 world.tap(type);
                 times.push_back(
                     std::chrono::duration<double, std::nano>(steady_clock::now() - begin).count());
-                // Which may be more than the clock says: what was begun before is told late.
+                // Never more than by the clock, though the system adds it up now and then only.
                 const double worked = std::min(processor_time() - worked_before, times.back());
                 longest = std::max(longest, waits() == waits_before ? worked : times.back());
             }
@@ -200,8 +203,8 @@ void each_callback(benchmark::State& state) {
     storm.join();
     std::sort(times.begin(), times.end());
     state.counters["p99.9"] = times[times.size() * 999 / 1000];
-    // By the clock where it has waited, and the processor's where it has not: what other programs
-    // take of the processor is not its own.
+    // By the clock where it has waited, and the processor's where it has not: what other threads
+    // take of the processor, here mostly those of the system, is not its own.
     state.counters["longest"] = longest;
     state.counters["longest by the clock"] = times.back();
     if (state.range(0) != 0 && (loads == 0 || !world_t::is_loaded(10'000))) {

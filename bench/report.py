@@ -156,8 +156,8 @@ def figures():
           median(quiet, "p99.9"), 3)
     add("longest tap callback in that storm, ms of work and waits", median(storm, "longest") / 1e6, 1)
     for what, name in (("storms", storm), ("quiet times", quiet)):
-        add(f"  of all nine {what}", longest(name, "longest"), None)
-        add("    by the clock, with what others took of the processor",
+        add(f"the same of all nine {what}, ms", longest(name, "longest"), None)
+        add(f"by the clock, with what others took of the processor, {what}, ms",
             longest(name, "longest by the clock"), None)
     add("clicks a second through the simulated desktop",
         1e9 / median("click_on_the_desktop", "real_time"), None)

@@ -57,13 +57,8 @@ void close_window(element_id_t window);
 // An element without a window, behind all windows.
 element_id_t show_background(pid_t application, CGRect frame);
 
-// The application whose window or background is frontmost at a place, if there is one.
-// Minimised windows do not count.
-std::optional<pid_t> application_at(CGPoint place);
-
 // What programs asked of windows, in order: "pressed AXCloseButton" or "set AXMinimized to true".
 struct window_request_t {
-    element_id_t window = 0;
     std::string application;  // its process name
     std::string title;
     std::string request;

@@ -18,11 +18,11 @@ struct output_device_t {
     bool mute_writable = true;
 };
 
-// The first device that is connected becomes the default one. Ids are never used again.
+// The first device that is connected becomes the default one.
 AudioObjectID connect_output(const output_device_t& device);
 void make_default_output(AudioObjectID device);
 
-// The device as it is now; none when it is gone.
+// The device as it is now; none when there is no such.
 std::optional<output_device_t> output(AudioObjectID device);
 // Gives a device another state, as other programs do.
 void set_output(AudioObjectID device, const output_device_t& state);

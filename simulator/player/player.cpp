@@ -9,7 +9,6 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <map>
 #include <thread>
 #include <utility>
 

@@ -13,9 +13,9 @@
 #include "common/log/log.h"
 #include "common/thread.h"
 
-// One background thread that hands the pushed items to one callback, one at a time and in the order
-// of their pushing. The owner calls stop() before it destroys a started worker; a worker destroyed
-// while its thread runs ends the process.
+// One background thread that hands the pushed items, whose moves must not throw, to one callback,
+// one at a time and in the order of their pushing. The owner calls stop() before it destroys a
+// started worker; a worker destroyed while its thread runs ends the process.
 template <typename item_t>
 class worker_t {
   public:
@@ -90,7 +90,8 @@ class worker_t {
     // The oldest item, which thus becomes the callback's own without another move. Gives the lock
     // back.
     item_t _take(std::unique_lock<std::mutex>& lock) {
-        static_assert(std::is_nothrow_move_constructible_v<item_t>, "the lock would be kept");
+        static_assert(std::is_nothrow_move_constructible_v<item_t>,
+                      "a move that throws would leave the lock held");
         item_t item = std::move(_queue.front());
         _queue.pop_front();
         lock.unlock();

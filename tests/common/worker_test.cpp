@@ -18,6 +18,9 @@ TEST(worker, items_run_in_the_order_of_pushing_and_stop_drains_them) {
             if (item == 1) {
                 throw std::logic_error("no such window");
             }
+            if (item == 3) {
+                throw item;
+            }
         });
     };
 #ifdef __GLIBC__  // elsewhere there is no way to be refused a thread
@@ -37,6 +40,7 @@ TEST(worker, items_run_in_the_order_of_pushing_and_stop_drains_them) {
     worker.stop();
     EXPECT_EQ(done, (std::vector<int>{0, 1, 2}));
     EXPECT_EQ(log.lines(), lines_t{"E Error processing event: no such window"});
+    EXPECT_DEATH((start(), worker.push_event(3), worker.stop()), "terminat");
 }
 
 TEST(worker, neither_a_push_nor_a_stop_goes_unnoticed_at_any_moment) {

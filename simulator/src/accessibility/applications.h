@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string_view>
 
@@ -27,7 +28,6 @@ struct window_t {
     CGRect frame{};
     window_options_t options;
     bool minimized = false;
-    bool full_screen = false;
     element_id_t control = 0;
     element_id_t minimize_button = 0;
     element_id_t zoom_button = 0;
@@ -74,5 +74,8 @@ struct screen_t {
 };
 
 screen_t& screen();
+
+// The application whose window or background is frontmost at a place, if there is one.
+std::optional<pid_t> application_at(CGPoint place);
 
 }  // namespace simulator

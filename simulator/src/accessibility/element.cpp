@@ -129,7 +129,7 @@ struct setting_t {
     AXError error = kAXErrorSuccess;
     bool settable = false;
     window_t* window = nullptr;
-    bool* value = nullptr;
+    bool* value = nullptr;  // null: nobody asks for it afterwards
 };
 
 // The screen's mutex is held.
@@ -147,14 +147,13 @@ setting_t setting_of(element_id_t id, const std::string& attribute, const char* 
     }
     return minimized ? setting_t{kAXErrorSuccess, window->options.minimized_settable, window,
                                  &window->minimized}
-                     : setting_t{kAXErrorSuccess, window->options.full_screen_settable, window,
-                                 &window->full_screen};
+                     : setting_t{kAXErrorSuccess, window->options.full_screen_settable, window};
 }
 
 // The screen's mutex is held.
 void record(const window_t& window, std::string request, bool refused) {
-    screen().requests.push_back({window.id, screen().applications.at(window.application),
-                                 window.title, std::move(request), refused});
+    screen().requests.push_back(
+        {screen().applications.at(window.application), window.title, std::move(request), refused});
 }
 
 AXError set(element_id_t id, const std::string& attribute, bool value, const char* function) {
@@ -168,7 +167,9 @@ AXError set(element_id_t id, const std::string& attribute, bool value, const cha
     if (refused) {
         return setting.settable ? kAXErrorFailure : kAXErrorAttributeUnsupported;
     }
-    *setting.value = value;
+    if (setting.value != nullptr) {
+        *setting.value = value;
+    }
     return kAXErrorSuccess;
 }
 

@@ -118,8 +118,7 @@ std::string mouse_t::_normalize_app_name(std::string_view name) {
     char* end = normal.data();
     for (const char c : name) {
         // Capital letters are small ones without this bit; digits have it. Each byte is written,
-        // and the next one over it where it does not belong: a branch would be guessed wrong again
-        // and again, at another place of each name.
+        // and the next one over it where it does not belong.
         const auto lower = static_cast<char>(c | 0x20);
         *end = lower;
         end += (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') ? 1 : 0;
