@@ -43,6 +43,12 @@ class course_t {
                 (next == nullptr || !_sends_events(*next))) {
                 _fail(step, "\"do\" needs a step behind it that sends an event");
             }
+            if (std::holds_alternative<exit_t>(step.deed) &&
+                (!step.expect.log.empty() || step.expect.active_model)) {
+                _fail(step,
+                      "the log is whole only when the daemon has ended: say \"log\" in the "
+                      "\"expect\" of the run");
+            }
             if (next != nullptr && (std::holds_alternative<stop_t>(step.deed) ||
                                     std::holds_alternative<exit_t>(step.deed))) {
                 _fail(step, "\"do\" ends the run here, but steps follow");

@@ -13,6 +13,7 @@
 #include "control/launches.h"
 #include "control/sound.h"
 #include "player/session.h"
+#include "player/words.h"
 
 namespace simulator::player {
 namespace {
@@ -45,15 +46,6 @@ std::string scroll_text(const event_record_t& event) {
     const std::int64_t horizontal = event.scroll.line_axis_2;
     return "wheel turned by the daemon: vertical " + std::to_string(vertical) + ", horizontal " +
            std::to_string(horizontal);
-}
-
-std::string pointer_text(const event_record_t& event) {
-    if (event.type == kCGEventScrollWheel) {
-        return scroll_text(event);
-    }
-    const bool down = event.type == kCGEventLeftMouseDown;
-    return std::string("left button ") + (down ? "down" : "up") + " by the daemon, click " +
-           std::to_string(event.click_state);
 }
 
 }  // namespace
@@ -123,9 +115,11 @@ void effects_t::_take_pointer(std::vector<std::string>& texts) {
     const std::vector<event_record_t> all = events();
     for (; _events_seen < all.size(); ++_events_seen) {
         const event_record_t& event = all[_events_seen];
-        const bool key = event.type == kCGEventKeyDown || event.type == kCGEventKeyUp;
-        if (event.origin == event_origin_e::posted && !key) {
-            texts.push_back(pointer_text(event));
+        if (event.origin == event_origin_e::posted && !is_key(event)) {
+            texts.push_back(event.type == kCGEventScrollWheel
+                                ? scroll_text(event)
+                                : event_text(event) + " sent, click " +
+                                      std::to_string(event.click_state));
         }
     }
 }

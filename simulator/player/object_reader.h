@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -22,6 +23,13 @@ std::string joined(const texts_t& texts, const char* of_none) {
         all.append(all.empty() ? "" : ", ").append(text);
     }
     return all.empty() ? of_none : all;
+}
+
+// With '?' for what would break the line, such as names may hold.
+inline std::string in_one_line(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+    return text;
 }
 
 // One JSON object of a scenario whose keys must all be known: what nobody asked for is an error.

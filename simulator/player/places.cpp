@@ -1,5 +1,6 @@
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "player/session.h"
@@ -29,7 +30,12 @@ std::filesystem::path log_file(const std::filesystem::path& home) {
 void replace_file(const std::filesystem::path& file, const std::string& text) {
     std::filesystem::create_directories(file.parent_path());
     const std::filesystem::path beside = file.string() + ".new";
-    std::ofstream(beside, std::ios::binary) << text;
+    std::ofstream stream(beside, std::ios::binary);
+    stream << text;
+    stream.close();
+    if (!stream) {
+        throw std::runtime_error("cannot write " + beside.string());
+    }
     std::filesystem::rename(beside, file);
 }
 

@@ -1,16 +1,15 @@
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <fstream>
+#include <filesystem>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
+#include <variant>
 #include <vector>
 
 #include "player/daemon.h"
@@ -39,7 +38,12 @@ struct interrupted_t {
 // How long a daemon may give no sign of life, or not do what a signal asks of it.
 std::chrono::seconds patience() {
     const char* const seconds = std::getenv("QLX_PLAYER_PATIENCE");
-    return std::chrono::seconds(seconds == nullptr ? 30 : std::stoi(seconds));
+    try {
+        return std::chrono::seconds(seconds == nullptr ? 30 : std::stoi(seconds));
+    } catch (const std::logic_error&) {
+        throw std::runtime_error("QLX_PLAYER_PATIENCE is \"" + std::string(seconds) +
+                                 "\", no number of seconds");
+    }
 }
 
 // How far a run has come, by what the part inside the daemon's process reports.
@@ -146,7 +150,7 @@ class judge_t {
                 played = true;
             } else if (line == report_begun) {
                 ++begun;
-            } else {
+            } else if (line.starts_with(report_unmet)) {
                 unmet(line.substr(std::strlen(report_unmet)));
             }
         }
@@ -184,11 +188,11 @@ std::vector<fs::path> triggers(const workplace_t& place) {
             support_folder(place.home()) / ".uninstall_request"};
 }
 
+// Where a trigger is: what it holds does not matter to those who wait for it.
 std::string trigger_place(const workplace_t& place) {
-    const std::string content = "front_removed\n";
-    const bool system = file_text(triggers(place)[0]) == content;
-    const bool user = file_text(triggers(place)[1]) == content;
-    return system && user ? "both" : system ? "system" : user ? "user" : "none";
+    const bool system = fs::exists(triggers(place)[0]);
+    const bool user = fs::exists(triggers(place)[1]);
+    return system && user ? "both folders" : system ? "system" : user ? "user" : "none";
 }
 
 void judge_files(const run_t& run, const workplace_t& place, judge_t& judge) {
@@ -200,6 +204,12 @@ void judge_files(const run_t& run, const workplace_t& place, judge_t& judge) {
     }
     if (run.uninstall_trigger && *run.uninstall_trigger != trigger_place(place)) {
         judge.unmet("the uninstall trigger is in: " + trigger_place(place));
+    }
+    for (const fs::path& trigger : triggers(place)) {
+        if (const std::string text = file_text(trigger);
+            fs::exists(trigger) && text != "front_removed\n") {
+            judge.unmet("the uninstall trigger holds: " + text);
+        }
     }
 }
 

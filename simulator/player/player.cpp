@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -15,6 +14,7 @@
 #include "control/desktop.h"
 #include "control/objects.h"
 #include "player/key_names.h"
+#include "player/object_reader.h"
 #include "player/session.h"
 #include "player/story.h"
 #include "player/words.h"
@@ -439,8 +439,9 @@ void player_t::_check_log(const step_t& step) {
 
 void player_t::_unmet(const std::string& where, const std::string& what) {
     ++_unmet_count;
-    tell("UNMET", where + ": " + what);
-    _report(report_unmet + where + ": " + what);
+    const std::string line = in_one_line(where + ": " + what);
+    tell("UNMET", line);
+    _report(report_unmet + line);
 }
 
 void player_t::_report(const std::string& line) {

@@ -34,7 +34,7 @@ class player_t {
     // The daemon's main function has returned: nothing is waited for any more. Any thread.
     void daemon_ended();
 
-    const std::vector<std::string>& may_be_left_behind() const { return _run.left_behind; }
+    const std::vector<std::string>& left_behind() const { return _run.left_behind; }
 
     // Once `play` has returned and the daemon has ended: reports what no step expected.
     void look_back();

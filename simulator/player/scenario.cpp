@@ -390,7 +390,7 @@ run_t read_run(object_reader_t& reader, const scenario_t& scenario) {
         if (inner.find("uninstall_trigger") != nullptr) {
             run.uninstall_trigger = inner.one_of<std::string>(
                 "uninstall_trigger", inner.text("uninstall_trigger"),
-                {{"system", "system"}, {"user", "user"}, {"both", "both"}, {"none", "none"}});
+                {{"system", "system"}, {"user", "user"}, {"none", "none"}});
         }
         inner.finish();
     }
@@ -483,9 +483,7 @@ scenario_t read_scenario(const std::filesystem::path& file) {
         return read_checked(file);
     } catch (const std::runtime_error& error) {
         // What the scenario names may hold line breaks.
-        std::string line = error.what();
-        std::replace_if(
-            line.begin(), line.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+        const std::string line = in_one_line(error.what());
         throw std::runtime_error(line);
     }
 }

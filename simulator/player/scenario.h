@@ -113,9 +113,9 @@ struct run_t {
     int exit_code = 1;
     std::vector<std::string> log;  // texts that the log of this run must hold, in this order; where
                                    // one begins with a level, such as "[E] ", a line begins so
-    std::vector<std::string> left_behind;    // what the daemon may leave to the end of its process
+    std::vector<std::string> left_behind;    // all that the daemon leaves to the end of its process
     std::optional<std::string> rights_file;  // its whole text after the run
-    std::optional<std::string> uninstall_trigger;  // "system", "user", "both" or "none"
+    std::optional<std::string> uninstall_trigger;  // "system", "user" or "none"
 };
 
 struct scenario_t {

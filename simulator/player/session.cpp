@@ -12,6 +12,7 @@
 #include "control/input.h"
 #include "control/kernel_queue.h"
 #include "control/objects.h"
+#include "player/object_reader.h"
 #include "player/player.h"
 #include "player/words.h"
 
@@ -59,8 +60,8 @@ class session_t {
         }
     }
 
-    std::vector<std::string> may_be_left_behind() const {
-        return _player == nullptr ? std::vector<std::string>() : _player->may_be_left_behind();
+    std::vector<std::string> left_behind() const {
+        return _player == nullptr ? std::vector<std::string>() : _player->left_behind();
     }
 
   private:
@@ -80,12 +81,11 @@ void say_what_is_left(const std::vector<std::string>& expected) {
     if (left == expected) {
         return;
     }
-    for (const std::string& what : left) {
-        const std::string text = "the daemon leaves behind: " + what;
-        std::fprintf(stderr, "%s\n", text.c_str());
-        if (const std::string report = variable(variable_report); !report.empty()) {
-            std::ofstream(report, std::ios::app) << report_unmet << text << "\n";
-        }
+    const std::string text = in_one_line("the daemon leaves behind: " + list_text(left) +
+                                         "; expected " + list_text(expected));
+    std::fprintf(stderr, "%s\n", text.c_str());
+    if (const std::string report = variable(variable_report); !report.empty()) {
+        std::ofstream(report, std::ios::app) << report_unmet << text << "\n";
     }
 }
 
@@ -103,7 +103,7 @@ int __wrap_main(int argc, char** argv) {
         std::vector<std::string> expected;
         {
             const simulator::player::session_t session;
-            expected = session.may_be_left_behind();
+            expected = session.left_behind();
             code = __real_main(argc, argv);
         }
         simulator::player::say_what_is_left(expected);

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <filesystem>
-#include <optional>
 
 // How the player, which stays outside, tells the daemon's process which desktop it wakes up on: by
 // environment variables that the simulated desktop reads and that the daemon knows nothing of.
@@ -12,7 +10,7 @@ inline constexpr const char* variable_scenario = "QLX_DESKTOP_SCENARIO";  // the
 inline constexpr const char* variable_run = "QLX_DESKTOP_RUN";  // which of its runs, from 0
 // The file to which the `open` and `osascript` of the desktop append their arguments.
 inline constexpr const char* variable_commands = "QLX_DESKTOP_COMMANDS";
-inline constexpr const char* variable_report = "QLX_DESKTOP_REPORT";  // see report_t
+inline constexpr const char* variable_report = "QLX_DESKTOP_REPORT";  // a file: see below
 // The folder that stands for the root of the disk: /Applications and /Library are looked for in it.
 inline constexpr const char* variable_root = "QLX_DESKTOP_ROOT";
 
@@ -29,6 +27,7 @@ std::filesystem::path rights_file(const std::filesystem::path& home);
 std::filesystem::path log_file(const std::filesystem::path& home);
 
 // Writes a file so that nobody sees half of it, as the front application writes its settings.
+// Throws std::runtime_error or std::filesystem::filesystem_error when it cannot be written.
 void replace_file(const std::filesystem::path& file, const std::string& text);
 
 // The whole file; empty when it cannot be read.

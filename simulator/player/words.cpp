@@ -61,6 +61,8 @@ std::string event_text(const event_record_t& event) {
         case kCGEventRightMouseUp:
         case kCGEventOtherMouseUp:
             return button_text(event.button) + " up";
+        case kCGEventFlagsChanged:
+            return "modifier key " + key_name(event.key_code);
         default:
             return button_text(event.button) + " dragged";
     }

@@ -19,7 +19,12 @@ workplace_t::workplace_t() {
         throw std::runtime_error("cannot make a folder for the desktop: " + name);
     }
     folder = name;
-    _lay_out();
+    try {
+        _lay_out();
+    } catch (...) {
+        fs::remove_all(folder);
+        throw;
+    }
 }
 
 workplace_t::workplace_t(fs::path kept) : folder(std::move(kept)), _keep(true) {

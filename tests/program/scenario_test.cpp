@@ -49,6 +49,9 @@ TEST(scenario, names_the_step_and_the_key_of_what_it_does_not_know) {
          R"(, step 1: "do" needs a step behind it that sends an event)"},
         {R"("front_application": false, "steps": [{"do": "delete front application"}])",
          R"(, step 1: "do" needs the front application, which is not there)"},
+        {R"("steps": [{"do": "wait for exit", "expect": {"log": ["Daemon stopped"]}}])",
+         R"(, step 1: the log is whole only when the daemon has ended: say "log" in the )"
+         R"("expect" of the run)"},
         {R"("steps": [{"do": "burst", "acts": [{"do": "look"}]}])",
          R"(, step 1, act 1: "do" is "look", which is no act of the hand)"},
         {R"("steps": [{"do": "tap key", "device": "mouse", "key": "code 3x"}])",
