@@ -157,13 +157,18 @@ class sweep_acts_test : public testing::Test {
     void wait_for_worker() {
         const std::string told = "I Action do_nothing";
         const std::size_t before = log.count(told);
+        std::size_t clicks = 0;
         do {
+            ++clicks;
             simulator::press(mouse, 2);
             simulator::release(mouse, 2);
             let_it_happen();
         } while (!log.wait_for(told, before + 1, std::chrono::milliseconds(500)) &&
                  failing_memory::has_refused());
         EXPECT_TRUE(log.wait_for(told, before + 1));
+        if (clicks > 1) {  // the first was refused, or late
+            log.wait_for(told, before + clicks, std::chrono::milliseconds(500));
+        }
     }
 
     temporary_home_t home;
@@ -290,7 +295,8 @@ TEST_F(sweep_acts_test, a_quiet_look_at_the_settings_asks_three_times_for_the_fi
     const auto begin = std::chrono::steady_clock::now();
     simulator::fail_call_number(0);  // counts from here on
     ASSERT_TRUE(wait_until([] { return simulator::counted_calls("stat") >= 90; }));
+    const auto looks = simulator::counted_calls("stat");
     const auto periods = (std::chrono::steady_clock::now() - begin) / period;
-    EXPECT_LE(simulator::counted_calls("stat"), 3 * (periods + 2));
+    EXPECT_LE(looks, 3 * (periods + 2));
     EXPECT_FALSE(counted_costs::end().contains("allocation"));
 }

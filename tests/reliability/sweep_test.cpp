@@ -3,8 +3,6 @@
 
 #include <sys/wait.h>
 
-#include <cctype>
-
 #include "common/log/log.h"
 #include "failures/failing.h"
 #include "player/session.h"
