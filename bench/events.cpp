@@ -166,8 +166,8 @@ long waits() {
 
 // Each of many clicks by itself, in quiet or while the settings of 10,000 applications are loaded
 // again and again on another thread. A pause after each, as a hand makes, and shorter: without one
-// this thread and the worker keep the processors busy, and the longest is what the scheduler gives
-// to the thread that loads.
+// this thread and the worker keep the processors busy, and the longest by the clock is what the
+// scheduler gives to the thread that loads.
 void each_callback(benchmark::State& state) {
     world_t& world = world_t::instance();
     const auto file = world.home.path() / "many";
@@ -192,7 +192,8 @@ void each_callback(benchmark::State& state) {
                 world.tap(type);
                 times.push_back(
                     std::chrono::duration<double, std::nano>(steady_clock::now() - begin).count());
-                // Never more than by the clock, though the system adds it up now and then only.
+                // Never more than by the clock: it was read around the clock and what is kept of
+                // it.
                 const double worked = std::min(processor_time() - worked_before, times.back());
                 longest = std::max(longest, waits() == waits_before ? worked : times.back());
             }
