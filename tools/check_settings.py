@@ -62,7 +62,8 @@ def settings_within(value, where=""):
 
 def settings_of(text, document):
     """The settings in a file, which may be a scenario: their place, text and document."""
-    if isinstance(document, dict) and not document.keys().isdisjoint(("steps", "runs")):
+    if (isinstance(document, dict) and "appState" not in document
+            and not document.keys().isdisjoint(("steps", "runs"))):
         return list(settings_within(document))
     return [("", text, document)]
 
@@ -157,24 +158,31 @@ class Checker:
         return lines or ["  nothing is bound"]
 
 
+def tell(where, mistakes):
+    for line in str(mistakes).splitlines():
+        print(f"{where}: {line}", file=sys.stderr)
+
+
 def main():
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="backslashreplace")
     checker = Checker(sys.argv[1], sys.argv[2])
     good = True
     for file in sys.argv[3:]:
-        where = ""
         try:
             found = settings_of(*read(file))
-            if not found:
-                print(f"{file}: a scenario without settings to check")
-            for where, text, settings in found:
-                told = checker.check(text, settings)
-                print(f"{file}: {where}good", *told, sep="\n")
         except Mistake as mistake:
+            tell(file, mistake)
             good = False
-            for line in str(mistake).splitlines():
-                print(f"{file}: {where}{line}", file=sys.stderr)
+            continue
+        if not found:
+            print(f"{file}: a scenario without settings to check")
+        for where, text, settings in found:
+            try:
+                print(f"{file}: {where}good", *checker.check(text, settings), sep="\n")
+            except Mistake as mistake:
+                tell(f"{file}: {where}".rstrip(": "), mistake)
+                good = False
     return 0 if good else 1
 
 
