@@ -22,10 +22,10 @@ DAEMON = os.path.join(TOP, "build/bench/src/macos/QlxDaemon")
 COUNTED = os.path.join(TOP, "bench/instructions.json")
 
 
-def output_of(*command):
-    """What it says, unless it fails or takes ten minutes, which ends this with its errors."""
+def output_of(*command, seconds=600):
+    """What it says, unless it fails or takes longer, which ends this with its errors."""
     try:
-        done = subprocess.run(command, capture_output=True, text=True, timeout=600)
+        done = subprocess.run(command, capture_output=True, text=True, timeout=seconds)
     except subprocess.TimeoutExpired:
         sys.exit(f"Error: {' '.join(command)}: does not end")
     if done.returncode != 0:
@@ -223,7 +223,7 @@ def instructions(name):
     """Of one operation, all told, in the mean of a thousand."""
     with tempfile.NamedTemporaryFile() as out:
         output_of("valgrind", "--tool=callgrind", "--toggle-collect=*counted_operation*",
-                  "--callgrind-out-file=" + out.name, BENCH, "--operation", name, "1000")
+                  "--callgrind-out-file=" + out.name, BENCH, "--operation", name, "1000", seconds=60)
         return int(re.search(rb"^totals: (\d+)", out.read(), re.M)[1]) / 1000
 
 

@@ -129,7 +129,6 @@ struct setting_t {
     AXError error = kAXErrorSuccess;
     bool settable = false;
     window_t* window = nullptr;
-    bool* value = nullptr;  // null: nobody asks for it afterwards
 };
 
 // The screen's mutex is held.
@@ -145,9 +144,9 @@ setting_t setting_of(element_id_t id, const std::string& attribute, const char* 
     if (window == nullptr) {
         return {kAXErrorAttributeUnsupported};
     }
-    return minimized ? setting_t{kAXErrorSuccess, window->options.minimized_settable, window,
-                                 &window->minimized}
-                     : setting_t{kAXErrorSuccess, window->options.full_screen_settable, window};
+    return {kAXErrorSuccess,
+            minimized ? window->options.minimized_settable : window->options.full_screen_settable,
+            window};
 }
 
 // The screen's mutex is held.
@@ -167,8 +166,8 @@ AXError set(element_id_t id, const std::string& attribute, bool value, const cha
     if (refused) {
         return setting.settable ? kAXErrorFailure : kAXErrorAttributeUnsupported;
     }
-    if (setting.value != nullptr) {
-        *setting.value = value;
+    if (attribute == "AXMinimized") {
+        setting.window->minimized = value;
     }
     return kAXErrorSuccess;
 }
